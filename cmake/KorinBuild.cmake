@@ -1,0 +1,68 @@
+# Build settings shared by every room of the house: one place for the language
+# level, the float rules, warnings and sanitizers.
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+set(CMAKE_VISIBILITY_INLINES_HIDDEN ON)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE RelWithDebInfo CACHE STRING "" FORCE)
+endif()
+
+find_package(Threads REQUIRED)
+
+# korin_flags: what every target of the project compiles with.
+add_library(korin_flags INTERFACE)
+target_compile_features(korin_flags INTERFACE cxx_std_20)
+target_include_directories(korin_flags INTERFACE
+  ${PROJECT_SOURCE_DIR}/include ${PROJECT_SOURCE_DIR}/src)
+# Conversions promise the same double operations in the same order on every
+# machine: no fused multiply-add, and SSE2 arithmetic on 32-bit targets.
+target_compile_options(korin_flags INTERFACE -ffp-contract=off)
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  target_compile_options(korin_flags INTERFACE -msse2 -mfpmath=sse)
+endif()
+target_compile_options(korin_flags INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
+  -Woverloaded-virtual -Wnull-dereference -Wno-missing-field-initializers)
+if(KORINIMAGE_WERROR)
+  target_compile_options(korin_flags INTERFACE -Werror)
+endif()
+if(KORINIMAGE_POISON)
+  target_compile_definitions(korin_flags INTERFACE KORINIMAGE_POISON=1)
+endif()
+if(KORINIMAGE_SANITIZE)
+  target_compile_options(korin_flags INTERFACE -fsanitize=${KORINIMAGE_SANITIZE}
+    -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(korin_flags INTERFACE -fsanitize=${KORINIMAGE_SANITIZE})
+endif()
+
+# korin_room(NAME SOURCES... [USES room...] [LINKS lib...]): one folder of src/
+# as an object library. The shared library and the tests link the same objects.
+function(korin_room name)
+  cmake_parse_arguments(ARG "" "" "USES;LINKS" ${ARGN})
+  add_library(korin_${name} OBJECT ${ARG_UNPARSED_ARGUMENTS})
+  target_link_libraries(korin_${name} PUBLIC korin_flags Threads::Threads ${ARG_LINKS})
+  target_compile_definitions(korin_${name} PRIVATE KORINIMAGE_BUILDING=1)
+  set(rooms ${name})
+  foreach(used IN LISTS ARG_USES)
+    list(APPEND rooms ${KORIN_ROOMS_${used}})
+  endforeach()
+  list(REMOVE_DUPLICATES rooms)
+  # Every room below this one, itself included: what a test of it must link.
+  set(KORIN_ROOMS_${name} "${rooms}" CACHE INTERNAL "")
+endfunction()
+
+# korin_link_rooms(TARGET room...): links the objects of the rooms and of all
+# rooms below them.
+function(korin_link_rooms target)
+  set(rooms)
+  foreach(name IN LISTS ARGN)
+    list(APPEND rooms ${KORIN_ROOMS_${name}})
+  endforeach()
+  list(REMOVE_DUPLICATES rooms)
+  foreach(name IN LISTS rooms)
+    target_link_libraries(${target} PRIVATE korin_${name})
+  endforeach()
+endfunction()

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+
+#include "korinimage/export.h"
+
+// The one seam through which tests make the operating system fail. Every
+// implementation of the platform layer asks before each system call; without a
+// hook the question costs one relaxed load.
+namespace korin::platform {
+
+enum class Call : std::uint8_t {
+  kMapMemory,      // obtaining a memory region
+  kUnmapMemory,    // giving a region back
+  kOpenFile,       // creating or opening any file or shared object
+  kReadFile,
+  kWriteFile,
+  kExtendFile,     // truncating or reserving space
+  kLockFile,
+  kCloseFile,
+  kRemoveFile,
+  kMapShared,      // viewing a shared mapping
+  kQueryVolume,    // free space, kind of volume
+  kQueryMemory,    // memory figures
+};
+
+enum class Fault : std::uint8_t {
+  kNone,
+  kNoMemory,
+  kNoSpace,
+  kIoError,
+  kShort,          // a transfer moves only part of what was asked
+  kInterrupted,    // a signal arrived: the implementation must try again
+};
+
+// Called with the call about to be made, from any thread. Null: no faults.
+using FaultHook = Fault (*)(Call call);
+
+KORINIMAGE_API extern std::atomic<FaultHook> g_faultHook;
+
+[[nodiscard]] inline Fault AskFault(Call call) {
+  const FaultHook hook = g_faultHook.load(std::memory_order_relaxed);
+  return hook == nullptr ? Fault::kNone : hook(call);
+}
+
+}  // namespace korin::platform
