@@ -11,18 +11,18 @@
 namespace korin::platform {
 
 enum class Call : std::uint8_t {
-  kMapMemory,      // obtaining a memory region
-  kUnmapMemory,    // giving a region back
-  kOpenFile,       // creating or opening any file or shared object
+  kMapMemory,    // obtaining a memory region
+  kUnmapMemory,  // giving a region back
+  kOpenFile,     // creating or opening any file or shared object
   kReadFile,
   kWriteFile,
-  kExtendFile,     // truncating or reserving space
+  kExtendFile,  // truncating or reserving space
   kLockFile,
   kCloseFile,
   kRemoveFile,
-  kMapShared,      // viewing a shared mapping
-  kQueryVolume,    // free space, kind of volume
-  kQueryMemory,    // memory figures
+  kMapShared,    // viewing a shared mapping
+  kQueryVolume,  // free space, kind of volume
+  kQueryMemory,  // memory figures
 };
 
 enum class Fault : std::uint8_t {
@@ -30,8 +30,8 @@ enum class Fault : std::uint8_t {
   kNoMemory,
   kNoSpace,
   kIoError,
-  kShort,          // a transfer moves only part of what was asked
-  kInterrupted,    // a signal arrived: the implementation must try again
+  kShort,        // a transfer moves only part of what was asked
+  kInterrupted,  // a signal arrived: the implementation must try again
 };
 
 // Called with the call about to be made, from any thread. Null: no faults.
