@@ -1,0 +1,7 @@
+#include "korinimage/version.h"
+
+namespace korin {
+
+const char* Version() noexcept { return KORINIMAGE_VERSION; }
+
+}  // namespace korin
