@@ -1,0 +1,7 @@
+#include "korinimage/progress.h"
+
+namespace korin {
+
+Progress::~Progress() = default;
+
+}  // namespace korin
