@@ -1,0 +1,87 @@
+#include "korinimage/global_memory.h"
+
+#include <cstdlib>
+#include <limits>
+#include <memory>
+#include <mutex>
+
+#include "platform/fault.h"
+#include "platform/handle_table.h"
+
+namespace korin {
+
+namespace {
+
+struct Free {
+  void operator()(void* bytes) const { std::free(bytes); }
+};
+
+struct Block {
+  std::unique_ptr<void, Free> bytes;  // empty for a block of 0 bytes
+  std::int64_t size;
+  std::int64_t locks;
+};
+
+struct Blocks {
+  std::mutex mutex;
+  platform::HandleTable<Block> table;
+};
+
+// Never destroyed: handles may be freed by destructors that run at exit.
+Blocks& AllBlocks() {
+  static Blocks* const blocks = new Blocks;
+  return *blocks;
+}
+
+std::uintptr_t Number(HDIB memory) { return reinterpret_cast<std::uintptr_t>(memory); }
+
+}  // namespace
+
+HDIB AllocGlobalMemory(std::int64_t size) noexcept try {
+  if (size < 0 || static_cast<std::uint64_t>(size) > std::numeric_limits<std::ptrdiff_t>::max()) {
+    return nullptr;
+  }
+  Block block{nullptr, size, 0};
+  if (size > 0) {
+    if (platform::AskFault(platform::Call::kMapMemory) != platform::Fault::kNone) return nullptr;
+    block.bytes.reset(std::calloc(static_cast<std::size_t>(size), 1));
+    if (!block.bytes) return nullptr;
+  }
+  Blocks& blocks = AllBlocks();
+  const std::lock_guard lock(blocks.mutex);
+  return reinterpret_cast<HDIB>(blocks.table.Insert(std::move(block)));
+} catch (...) {
+  return nullptr;
+}
+
+std::int64_t GlobalMemorySize(HDIB memory) noexcept {
+  Blocks& blocks = AllBlocks();
+  const std::lock_guard lock(blocks.mutex);
+  const Block* const block = blocks.table.Find(Number(memory));
+  return block == nullptr ? 0 : block->size;
+}
+
+void* LockGlobalMemory(HDIB memory) noexcept {
+  Blocks& blocks = AllBlocks();
+  const std::lock_guard lock(blocks.mutex);
+  Block* const block = blocks.table.Find(Number(memory));
+  if (block == nullptr || !block->bytes) return nullptr;
+  ++block->locks;
+  return block->bytes.get();
+}
+
+bool UnlockGlobalMemory(HDIB memory) noexcept {
+  Blocks& blocks = AllBlocks();
+  const std::lock_guard lock(blocks.mutex);
+  Block* const block = blocks.table.Find(Number(memory));
+  if (block == nullptr || block->locks == 0) return false;
+  return --block->locks > 0;
+}
+
+bool FreeGlobalMemory(HDIB memory) noexcept {
+  Blocks& blocks = AllBlocks();
+  const std::lock_guard lock(blocks.mutex);
+  return blocks.table.Erase(Number(memory));
+}
+
+}  // namespace korin
