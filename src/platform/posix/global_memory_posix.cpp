@@ -1,7 +1,8 @@
 #include "korinimage/global_memory.h"
 
+#include <algorithm>
+#include <cstdint>
 #include <cstdlib>
-#include <limits>
 #include <memory>
 #include <mutex>
 
@@ -11,6 +12,9 @@
 namespace korin {
 
 namespace {
+
+// No bitmap comes near it; larger sizes are mistakes, not wishes.
+constexpr std::int64_t kMaxSize = std::int64_t{1} << 39;
 
 struct Free {
   void operator()(void* bytes) const { std::free(bytes); }
@@ -38,9 +42,7 @@ std::uintptr_t Number(HDIB memory) { return reinterpret_cast<std::uintptr_t>(mem
 }  // namespace
 
 HDIB AllocGlobalMemory(std::int64_t size) noexcept try {
-  if (size < 0 || static_cast<std::uint64_t>(size) > std::numeric_limits<std::ptrdiff_t>::max()) {
-    return nullptr;
-  }
+  if (size < 0 || size > std::min<std::int64_t>(kMaxSize, PTRDIFF_MAX)) return nullptr;
   Block block{nullptr, size, 0};
   if (size > 0) {
     if (platform::AskFault(platform::Call::kMapMemory) != platform::Fault::kNone) return nullptr;

@@ -1,0 +1,86 @@
+#include "korinimage/global_memory.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <limits>
+#include <set>
+
+#include "platform/fault.h"
+
+namespace korin {
+namespace {
+
+TEST(GlobalMemory, HoldsZeroedBytesOfTheExactSize) {
+  for (const std::int64_t size : {1, 40, 300'001}) {
+    const HDIB memory = AllocGlobalMemory(size);
+    ASSERT_NE(memory, nullptr);
+    EXPECT_EQ(GlobalMemorySize(memory), size);
+    auto* const bytes = static_cast<std::byte*>(LockGlobalMemory(memory));
+    ASSERT_NE(bytes, nullptr);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(bytes) % alignof(std::max_align_t), 0U);
+    EXPECT_TRUE(std::all_of(bytes, bytes + size, [](std::byte b) { return b == std::byte{0}; }));
+    bytes[size - 1] = std::byte{7};
+    EXPECT_FALSE(UnlockGlobalMemory(memory));
+    EXPECT_EQ(static_cast<std::byte*>(LockGlobalMemory(memory))[size - 1], std::byte{7});
+    EXPECT_TRUE(FreeGlobalMemory(memory)) << "locked blocks are freed too";
+  }
+}
+
+TEST(GlobalMemory, LocksCount) {
+  const HDIB memory = AllocGlobalMemory(8);
+  LockGlobalMemory(memory);
+  LockGlobalMemory(memory);
+  EXPECT_TRUE(UnlockGlobalMemory(memory));
+  EXPECT_FALSE(UnlockGlobalMemory(memory));
+  EXPECT_FALSE(UnlockGlobalMemory(memory)) << "below zero";
+  FreeGlobalMemory(memory);
+}
+
+TEST(GlobalMemory, DeadAndForeignHandlesAreRecognised) {
+  const HDIB memory = AllocGlobalMemory(8);
+  ASSERT_TRUE(FreeGlobalMemory(memory));
+  // Later blocks do not answer to the old handle.
+  std::set<HDIB> later;
+  for (int i = 0; i < 1000; ++i) later.insert(AllocGlobalMemory(16));
+  EXPECT_EQ(later.size(), 1000U);
+  int local = 0;
+  for (const HDIB dead : {memory, HDIB{nullptr}, static_cast<HDIB>(&local)}) {
+    EXPECT_EQ(GlobalMemorySize(dead), 0);
+    EXPECT_EQ(LockGlobalMemory(dead), nullptr);
+    EXPECT_FALSE(UnlockGlobalMemory(dead));
+    EXPECT_FALSE(FreeGlobalMemory(dead));
+  }
+  for (const HDIB one : later) EXPECT_TRUE(FreeGlobalMemory(one));
+}
+
+TEST(GlobalMemory, HandlesComeBackNewAfterAFullTable) {
+  std::set<HDIB> all;
+  while (const HDIB memory = AllocGlobalMemory(0)) all.insert(memory);
+  EXPECT_EQ(all.size(), 0xFFFFU);
+  const HDIB first = *all.begin();
+  ASSERT_TRUE(FreeGlobalMemory(first));
+  const HDIB again = AllocGlobalMemory(1);
+  EXPECT_NE(again, nullptr);
+  EXPECT_EQ(all.count(again), 0U);
+  EXPECT_EQ(GlobalMemorySize(first), 0);
+  FreeGlobalMemory(again);
+  for (const HDIB one : all) FreeGlobalMemory(one);
+}
+
+TEST(GlobalMemory, SizesThatCannotBe) {
+  EXPECT_EQ(AllocGlobalMemory(-1), nullptr);
+  EXPECT_EQ(AllocGlobalMemory(std::numeric_limits<std::int64_t>::max()), nullptr);
+  const HDIB empty = AllocGlobalMemory(0);
+  EXPECT_NE(empty, nullptr);
+  EXPECT_EQ(LockGlobalMemory(empty), nullptr);
+  EXPECT_TRUE(FreeGlobalMemory(empty));
+
+  platform::g_faultHook = [](platform::Call) { return platform::Fault::kNoMemory; };
+  EXPECT_EQ(AllocGlobalMemory(8), nullptr);
+  platform::g_faultHook = nullptr;
+}
+
+}  // namespace
+}  // namespace korin
