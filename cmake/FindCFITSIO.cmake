@@ -1,0 +1,16 @@
+# CFITSIO, which Debian ships without a CMake package: target CFITSIO::CFITSIO.
+find_path(CFITSIO_INCLUDE_DIR fitsio.h PATH_SUFFIXES cfitsio)
+find_library(CFITSIO_LIBRARY cfitsio)
+if(CFITSIO_INCLUDE_DIR)
+  file(STRINGS ${CFITSIO_INCLUDE_DIR}/fitsio.h version_line REGEX "#define CFITSIO_VERSION ")
+  string(REGEX MATCH "[0-9.]+" CFITSIO_VERSION "${version_line}")
+endif()
+include(FindPackageHandleStandardArgs)
+find_package_handle_standard_args(CFITSIO
+  REQUIRED_VARS CFITSIO_LIBRARY CFITSIO_INCLUDE_DIR VERSION_VAR CFITSIO_VERSION)
+mark_as_advanced(CFITSIO_INCLUDE_DIR CFITSIO_LIBRARY)
+if(CFITSIO_FOUND AND NOT TARGET CFITSIO::CFITSIO)
+  add_library(CFITSIO::CFITSIO UNKNOWN IMPORTED)
+  set_target_properties(CFITSIO::CFITSIO PROPERTIES
+    IMPORTED_LOCATION ${CFITSIO_LIBRARY} INTERFACE_INCLUDE_DIRECTORIES ${CFITSIO_INCLUDE_DIR})
+endif()

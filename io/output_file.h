@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdio>
+#include <filesystem>
+
+namespace korin {
+
+// A file that appears whole or not at all: bytes go to a temporary file in the same
+// folder, which takes the name at Commit and is removed if Commit is not reached.
+// A symbolic link is followed, so that it keeps pointing at the new file. Only a
+// regular file is ever replaced, never a device or pipe.
+class OutputFile {
+ public:
+  // Throws FileError when the temporary file cannot be made.
+  explicit OutputFile(const std::filesystem::path& file);
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+  ~OutputFile();
+
+  const std::filesystem::path& Name() const { return m_name; }
+
+  // False when the medium refuses; Fail() then tells why.
+  [[nodiscard]] bool TryWrite(const void* bytes, std::size_t count) noexcept;
+  void Write(const void* bytes, std::size_t count);  // throws FileError instead
+  // Closes, then replaces the file. Throws FileError.
+  void Commit();
+  // Throws the FileError of the last refusal.
+  [[noreturn]] void Fail() const;
+
+ private:
+  std::filesystem::path m_name;       // as the caller gave it, for messages
+  std::filesystem::path m_target;     // what is replaced
+  std::filesystem::path m_temporary;  // empty: committed
+  std::FILE* m_file = nullptr;
+  int m_error = 0;  // errno of the last refusal
+};
+
+}  // namespace korin
