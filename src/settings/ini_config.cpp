@@ -39,7 +39,7 @@ IniConfig::~IniConfig() = default;
 
 std::optional<std::string> IniConfig::Stored(std::string_view section, std::string_view key) const {
   const std::lock_guard lock(m_mutex);
-  return m_text->Get(EncodeName(section), EncodeName(key));
+  return m_text->Get(EncodeSection(section), EncodeKey(key));
 }
 
 int IniConfig::ReadInt(std::string_view section, std::string_view key, int fallback) const {
@@ -91,7 +91,7 @@ void IniConfig::DeleteValue(std::string_view section, std::string_view key) {
 void IniConfig::Change(std::string_view section, std::string_view key,
                        std::optional<std::string> stored) {
   const std::lock_guard lock(m_mutex);
-  m_pending.insert_or_assign({EncodeName(section), EncodeName(key)}, std::move(stored));
+  m_pending.insert_or_assign({EncodeSection(section), EncodeKey(key)}, std::move(stored));
   Flush();
 }
 

@@ -15,45 +15,63 @@ namespace {
 // would otherwise belong to nothing and be lost.
 constexpr const char* kSentinel = "\x01 end";
 
+enum class Line { kBlank, kComment, kSection, kValue, kUnknown };
+
+Line KindOf(std::string_view line) {
+  const std::size_t first = line.find_first_not_of(" \t\v\f");
+  if (first == line.npos) return Line::kBlank;
+  line.remove_prefix(first);
+  if (line[0] == ';' || line[0] == '#') return Line::kComment;
+  if (line[0] == '[') return line.find(']') == line.npos ? Line::kUnknown : Line::kSection;
+  return line.find('=', 1) == line.npos || line[0] == '=' ? Line::kUnknown : Line::kValue;
+}
+
+// The lines with those that the parser would drop made comments, and the sentinel;
+// no value when the text is none of ours.
+std::optional<std::string> Prepare(std::string_view bytes) {
+  if (bytes.find('\0') != bytes.npos) return std::nullopt;
+  constexpr std::string_view bom = "\xEF\xBB\xBF";
+  if (bytes.substr(0, bom.size()) == bom) bytes.remove_prefix(bom.size());
+  std::string out;
+  bool sections = false;
+  bool unknown = false;
+  while (!bytes.empty()) {
+    const std::string_view line = bytes.substr(0, bytes.find_first_of("\r\n"));
+    const Line kind = KindOf(line);
+    sections = sections || kind == Line::kSection;
+    unknown = unknown || kind == Line::kUnknown;
+    if (kind == Line::kUnknown) out += "; ";
+    const std::size_t whole = line.size() < bytes.size() ? line.size() + 1 : line.size();
+    out += bytes.substr(0, whole);
+    bytes.remove_prefix(whole);
+  }
+  if (unknown && !sections) return std::nullopt;
+  return out + "\n[" + kSentinel + "]\n";
+}
+
 }  // namespace
 
 struct IniText::Parsed {
   CSimpleIniA ini{true, false, false};
 };
 
-IniText::IniText() { Clear(); }
+IniText::IniText() : m_parsed(std::make_unique<Parsed>()) {}
 
 IniText::~IniText() = default;
 
-void IniText::Clear() {
-  m_parsed = std::make_unique<Parsed>();
-  m_parsed->ini.SetAllowKeyOnly(true);  // lines without an equals sign are kept
-  m_tail.clear();
-}
-
 bool IniText::Load(const std::string& bytes) {
-  if (bytes.find('\0') != bytes.npos) return false;
+  const auto prepared = Prepare(bytes);
+  if (!prepared) return false;
   CSimpleIniA& ini = m_parsed->ini;
-  const std::string closed = bytes + "\n[" + kSentinel + "]\n";
-  if (ini.LoadData(closed) < 0) throw std::bad_alloc();
-
-  bool hasValue = false;
+  if (ini.LoadData(*prepared) < 0) throw std::bad_alloc();
   CSimpleIniA::TNamesDepend sections;
   ini.GetAllSections(sections);
   for (const auto& section : sections) {
-    if (std::string_view(section.pItem) == kSentinel) {
-      if (section.pComment != nullptr) m_tail = section.pComment;
-      continue;
-    }
-    hasValue = hasValue || *section.pItem != '\0';
-    for (const auto& [key, value] : *ini.GetSection(section.pItem)) {
-      hasValue = hasValue || *value != '\0';
-    }
+    const bool isSentinel = std::string_view(section.pItem) == kSentinel;
+    if (isSentinel && section.pComment != nullptr) m_tail = section.pComment;
   }
   ini.Delete(kSentinel, nullptr);
-  if (hasValue || sections.size() == 1) return true;
-  Clear();
-  return false;
+  return true;
 }
 
 std::string IniText::Save() const {

@@ -8,15 +8,17 @@
 namespace korin::settings {
 
 // The text of an INI file, taken apart. Values are the bytes right of the equals
-// sign without blanks around them. Not synchronised.
+// sign without blanks around them; values above the first section are in section "".
+// Comments keep their place. A line that is nothing known becomes a comment. Not
+// synchronised.
 class IniText {
  public:
   IniText();  // an empty file
   ~IniText();
 
   // Called once, on an empty object. False when the bytes are no INI text: they hold a
-  // null byte, or something that is neither blank nor comment but not a single
-  // section or value. The object stays an empty file then.
+  // null byte, or lines that are nothing known and no section. The object stays an
+  // empty file then.
   bool Load(const std::string& bytes);
   std::string Save() const;
 
@@ -27,7 +29,6 @@ class IniText {
 
  private:
   struct Parsed;
-  void Clear();
 
   std::unique_ptr<Parsed> m_parsed;
   std::string m_tail;  // comment behind the last value

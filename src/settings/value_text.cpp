@@ -71,8 +71,7 @@ std::string_view Number(std::string_view text) {
 
 }  // namespace
 
-std::string EncodeName(std::string_view name) {
-  if (name.empty()) return "%";  // no encoded name is like this
+std::string EncodeSection(std::string_view name) {
   constexpr std::string_view special = "=[];#%";
   std::string out;
   for (std::size_t i = 0; i < name.size(); ++i) {
@@ -87,8 +86,10 @@ std::string EncodeName(std::string_view name) {
   return out;
 }
 
+std::string EncodeKey(std::string_view name) { return name.empty() ? "%" : EncodeSection(name); }
+
 std::string EncodeValue(std::wstring_view value) {
-  bool plain = !value.empty();  // nothing at all would look like a foreign line
+  bool plain = !value.empty();  // written visibly
   const std::string bytes = ToBytes(value, plain);
   for (const char c : bytes) plain = plain && !IsControl(c);
   if (plain && !IsQuoted(bytes) && Trim(bytes).size() == bytes.size()) return bytes;

@@ -15,8 +15,10 @@
 namespace korin::settings {
 
 // The name of a section or key as it stands in the file. Characters that would end
-// the name there are written as %XX.
-std::string EncodeName(std::string_view name);
+// the name there are written as %XX. An empty section is the part above the first
+// one; an empty key stands as %.
+std::string EncodeSection(std::string_view name);
+std::string EncodeKey(std::string_view name);
 
 std::string EncodeValue(std::wstring_view value);
 std::wstring DecodeValue(std::string_view stored);

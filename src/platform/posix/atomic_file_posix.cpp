@@ -27,10 +27,13 @@ class Descriptor {
   Descriptor& operator=(const Descriptor&) = delete;
   ~Descriptor() { Close(); }
 
+  // An interrupted close has closed all the same.
   bool Close() {
     if (m_fd < 0) return true;
-    const bool fault = AskFault(Call::kCloseFile) != Fault::kNone;
-    return ::close(std::exchange(m_fd, -1)) == 0 && !fault;
+    const Fault fault = AskFault(Call::kCloseFile);
+    const bool closed = ::close(std::exchange(m_fd, -1)) == 0 || errno == EINTR;
+    return closed &&
+           (fault == Fault::kNone || fault == Fault::kShort || fault == Fault::kInterrupted);
   }
   int Release() { return std::exchange(m_fd, -1); }
   int Get() const { return m_fd; }
