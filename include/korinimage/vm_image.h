@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <tuple>
 
 #include "korinimage/block_guard.h"
@@ -51,12 +52,13 @@ class KORINIMAGE_API CVmImage {
   CVmImage& operator=(const CVmImage&) = delete;
   virtual ~CVmImage();
 
-  // Takes over shape and pixels of the source. The sink gets initialize, the
-  // percentages of allocation and copy (these run one block ahead and may pass
-  // 100) and finalize. The source itself: nothing happens. Throws
+  // Takes over shape and pixels of the source. The sink gets the percentages of the
+  // allocation, then initialize, the percentages of the copy (they run one block
+  // ahead and may pass 100) and finalize. The source itself: nothing happens. Throws
   // korin::CVmManagerHandleDeletedError (source without a living manager),
   // korin::CVmMemoryAllocationError: no room for the new blocks leaves this store
-  // as it was, a block that cannot be brought in leaves it empty.
+  // as it was; a block that cannot be brought in, or a sink that throws while blocks
+  // are copied, leaves it empty.
   void CopyImage(CVmImage& source, const std::shared_ptr<korin::Progress>& progress);
 
   std::int64_t GetWidth() const { return m_nWidth; }    // pixels
@@ -107,6 +109,9 @@ class KORINIMAGE_API CVmImage {
   bool HasWholePlanes() const;
 
  private:
+  void TakeLayout(const CVmImage& source) noexcept;
+  std::shared_ptr<CVmManager> RequireManager() const;
+  std::optional<std::int64_t> ByteOffset(std::int64_t x, std::int64_t y, std::int64_t plane) const;
   void Release() noexcept;
 
   std::int64_t m_nWidth = 0;

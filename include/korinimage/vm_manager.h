@@ -88,8 +88,9 @@ class KORINIMAGE_API CVmManager {
   virtual void SetAllocationPolicy(AllocationPolicy policy) = 0;
 
   // Layout under the current policy. Both throw korin::CVmMemoryAllocationError
-  // for an unknown policy, a negative size or a product beyond 64 bits. A line of
-  // 0 bytes, or one longer than a fixed block, has 0 lines per block and 0 blocks.
+  // for an unknown policy, a negative size or a product beyond 64 bits. An image
+  // without bytes (a line of 0 bytes, no lines or no planes) has max(height, 1) lines
+  // per block and 0 blocks; a line longer than a fixed block has 0 lines per block.
   virtual std::int64_t GetLinesPerBlock(std::int64_t bytesPerLine, std::int64_t height,
                                         std::int64_t planes) const = 0;
   virtual std::int64_t GetBlockCountFor(std::int64_t bytesPerLine, std::int64_t height,
@@ -99,7 +100,10 @@ class KORINIMAGE_API CVmManager {
   // of the manager's own size. New blocks read as zeros. Allocation evicts
   // nothing: what the budget does not hold gets a place in the swap file. The
   // sink gets a percentage per block (update only). `handle` is empty on failure
-  // (no room, disk limit); korin::CVmMemoryAllocationError when memory is refused.
+  // (no room, disk limit); korin::CVmMemoryAllocationError when memory is refused,
+  // std::length_error for a count that no handle takes. An image without bytes has
+  // a handle of 0 blocks. Failure gives everything back except that the swap file
+  // keeps its length.
   virtual void AllocImageHandle(std::shared_ptr<CVmHandle>& handle, std::int64_t bytesPerLine,
                                 std::int64_t height, std::int64_t planes,
                                 const std::shared_ptr<korin::Progress>& progress) = 0;
@@ -140,11 +144,14 @@ class KORINIMAGE_API CVmManager {
 
   // Takes a block for a BlockGuard: brings it in as GetBlockAddress(handle, index,
   // literalFlag) does, keeps it from being evicted until UnmapBlock, and marks it
-  // modified when the intent writes. Null as for GetBlockAddress. The default
-  // makes just that call and holds nothing.
+  // modified when the intent writes. Null as for GetBlockAddress. With
+  // BlockIntent::Overwrite the address may show bytes of any former block: the
+  // taker writes them all. Where only guards of other threads stand in the way, the
+  // call waits for them, unless this thread holds a guard itself. The default makes
+  // just that call and holds nothing.
   virtual BYTE* MapBlock(const std::shared_ptr<CVmHandle>& handle, std::int64_t index,
                          bool literalFlag, korin::BlockIntent intent);
-  // Ends a MapBlock that returned an address.
+  // Ends a MapBlock that returned an address, on the thread that made it.
   virtual void UnmapBlock(const std::shared_ptr<CVmHandle>& handle, std::int64_t index) noexcept;
   // Manager blocks now in memory.
   virtual std::int64_t GetMemoryUsedBlocks() const;

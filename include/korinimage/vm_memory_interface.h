@@ -26,8 +26,8 @@ class KORINIMAGE_API CVmMemoryInterface {
 
   // A region of `size` bytes that stays at one address until the object is
   // destroyed. The object is returned even when the region could not be had (test
-  // IsValid); size <= 0 gives an object that is not valid. New bytes are
-  // unspecified. Thread safe.
+  // IsValid); size <= 0 gives an object that is not valid. An empty pointer: the
+  // object itself could not be made. New bytes are unspecified. Thread safe.
   static std::unique_ptr<CVmMemoryInterface> Alloc(std::int64_t size);
 };
 
@@ -43,12 +43,11 @@ class KORINIMAGE_API CVmWin32Memory : public CVmMemoryInterface {
   const void* GetAddress() const override;
   bool IsNull() const override;
   bool IsValid() const override;
-  // True while the region is known to hold zeros only (fresh from the system).
+  // True when every byte of the region was zero when the object was made.
   bool IsZeroed() const { return m_zeroed; }
 
  private:
   void* m_pAddress = nullptr;
-  std::int64_t m_size = 0;
   bool m_zeroed = false;
 };
 
@@ -68,6 +67,8 @@ class KORINIMAGE_API CVmVirtualMemory : public CVmMemoryInterface {
   virtual bool Read(void* buffer, std::int64_t size) = 0;
   virtual bool Write(const void* buffer, std::int64_t size) = 0;
   virtual std::wstring GetPath() const = 0;
+  // The file and what the system said about the last failure, for messages.
+  virtual std::string GetError() const { return {}; }
 
   // A new, uniquely named swap file in `folder`, readable by its owner only. Test
   // IsOpen: a file that cannot be made gives a closed object.

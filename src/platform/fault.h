@@ -44,4 +44,25 @@ KORINIMAGE_API extern std::atomic<FaultHook> g_faultHook;
   return hook == nullptr ? Fault::kNone : hook(call);
 }
 
+struct MemoryFigures;
+
+// Answers of the system that a test puts in place of the real ones. What is left
+// at its default is asked of the system.
+struct Overrides {
+  const MemoryFigures* memory = nullptr;  // see memory_figures.h
+  std::int64_t freeBytes = -1;            // available bytes of every volume
+  std::int64_t fileSizeLimit = -1;        // bytes, of one file
+  int isWow64 = -1;                       // 0 or 1
+  int volumeKind = -1;                    // a VolumeKind, of every folder (volume.h)
+};
+
+// Null: no overrides. The object pointed to must outlive its use.
+KORINIMAGE_API extern std::atomic<const Overrides*> g_overrides;
+
+[[nodiscard]] inline const Overrides& CurrentOverrides() {
+  static constexpr Overrides kNone{};
+  const Overrides* overrides = g_overrides.load(std::memory_order_acquire);
+  return overrides == nullptr ? kNone : *overrides;
+}
+
 }  // namespace korin::platform

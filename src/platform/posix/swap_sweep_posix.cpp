@@ -1,0 +1,153 @@
+#include "platform/swap_sweep.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "platform/fault.h"
+
+namespace korin::platform {
+
+namespace {
+
+constexpr int kMaxDepth = 32;
+
+// A descriptor that closes itself; closing gives its lock back.
+class Descriptor {
+ public:
+  explicit Descriptor(int file) : m_file(file) {}
+  Descriptor(Descriptor&& other) noexcept : m_file(std::exchange(other.m_file, -1)) {}
+  Descriptor& operator=(Descriptor&&) = delete;
+  ~Descriptor() {
+    if (m_file >= 0) close(m_file);
+  }
+  int Get() const { return m_file; }
+  explicit operator bool() const { return m_file >= 0; }
+
+ private:
+  int m_file;
+};
+
+bool IsFault(Call call) { return AskFault(call) != Fault::kNone; }
+
+bool SameFile(const struct stat& a, const struct stat& b) {
+  return a.st_ino == b.st_ino && a.st_dev == b.st_dev;
+}
+
+std::vector<std::string> List(int folder) {
+  std::vector<std::string> names;
+  const int copy = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (copy < 0) return names;
+  DIR* entries = fdopendir(copy);
+  if (entries == nullptr) {
+    close(copy);
+    return names;
+  }
+  try {
+    while (const dirent* entry = readdir(entries)) {
+      const std::string_view name = entry->d_name;
+      if (name != "." && name != "..") names.emplace_back(name);
+    }
+  } catch (...) {
+    closedir(entries);
+    throw;
+  }
+  closedir(entries);
+  return names;
+}
+
+// Opens and locks a regular file of ours that nobody holds; an empty descriptor
+// when it is any other thing.
+Descriptor TakeAbandoned(int folder, const char* name, const struct stat& seen) {
+  if (IsFault(Call::kOpenFile)) return Descriptor(-1);
+  Descriptor file(openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat opened {};
+  struct stat named {};
+  const bool taken = file && fstat(file.Get(), &opened) == 0 && SameFile(opened, seen) &&
+                     !IsFault(Call::kLockFile) && flock(file.Get(), LOCK_EX | LOCK_NB) == 0 &&
+                     fstatat(folder, name, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+                     SameFile(opened, named);
+  return taken ? std::move(file) : Descriptor(-1);
+}
+
+void Remove(int folder, const char* name, int flags) {
+  if (!IsFault(Call::kRemoveFile)) unlinkat(folder, name, flags);
+}
+
+// Empties a folder through its descriptor, so that no name is resolved twice.
+void RemoveContents(int folder, dev_t device, int depth) {
+  for (const std::string& name : List(folder)) {
+    struct stat info {};
+    if (fstatat(folder, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) continue;
+    if (!S_ISDIR(info.st_mode)) {
+      Remove(folder, name.c_str(), 0);
+      continue;
+    }
+    if (info.st_dev != device || depth >= kMaxDepth) continue;  // a mount, or a trap
+    const Descriptor below(
+        openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!below) continue;
+    RemoveContents(below.Get(), device, depth + 1);
+    Remove(folder, name.c_str(), AT_REMOVEDIR);
+  }
+}
+
+void SweepFolder(int parent, const char* name, const struct stat& seen) {
+  const Descriptor folder(openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  struct stat opened {};
+  if (!folder || fstat(folder.Get(), &opened) != 0 || !SameFile(opened, seen)) return;
+  // One swap file that somebody holds keeps the whole folder.
+  std::vector<Descriptor> locks;
+  for (const std::string& entry : List(folder.Get())) {
+    struct stat info {};
+    if (ClassifySwapName(entry) != SwapName::kFile) continue;
+    if (fstatat(folder.Get(), entry.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) return;
+    if (!S_ISREG(info.st_mode)) continue;
+    Descriptor lock = TakeAbandoned(folder.Get(), entry.c_str(), info);
+    if (!lock) return;
+    locks.push_back(std::move(lock));
+  }
+  RemoveContents(folder.Get(), opened.st_dev, 0);
+  Remove(parent, name, AT_REMOVEDIR);
+}
+
+void SweepEntry(int folder, const std::string& name, SwapName kind) {
+  struct stat info {};
+  if (fstatat(folder, name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0) return;
+  if (info.st_uid != geteuid()) return;
+  if (S_ISLNK(info.st_mode)) {
+    Remove(folder, name.c_str(), 0);
+  } else if (S_ISREG(info.st_mode)) {
+    const Descriptor lock = TakeAbandoned(folder, name.c_str(), info);
+    if (lock) Remove(folder, name.c_str(), 0);
+  } else if (S_ISDIR(info.st_mode)) {
+    // A folder with a file's name goes only when it is empty.
+    if (kind == SwapName::kFile) {
+      Remove(folder, name.c_str(), AT_REMOVEDIR);
+    } else {
+      SweepFolder(folder, name.c_str(), info);
+    }
+  }
+}
+
+}  // namespace
+
+void SweepSwapFiles(const std::filesystem::path& folder) noexcept {
+  try {
+    const Descriptor opened(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!opened) return;
+    for (const std::string& name : List(opened.Get())) {
+      const SwapName kind = ClassifySwapName(name);
+      if (kind != SwapName::kOther) SweepEntry(opened.Get(), name, kind);
+    }
+  } catch (...) {  // no memory for the names: the next start sweeps
+  }
+}
+
+}  // namespace korin::platform

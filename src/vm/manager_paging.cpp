@@ -1,0 +1,229 @@
+// Blocks on demand: fetching, holding and letting go.
+#include <algorithm>
+
+#include "korinimage/exceptions.h"
+#include "vm/manager_impl.h"
+#include "vm/poison.h"
+
+using korin::vm::LastPagingFailure;
+using korin::vm::PagingLock;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+// The longest that a fetch waits for other threads to let go of blocks. They do so
+// as fast as they compute; the bound is for a caller that keeps them from it, by
+// holding the manager's mutex itself.
+constexpr auto kLongestWait = std::chrono::seconds(20);
+
+}  // namespace
+
+// The handle as the manager made it; null for any other: a copy, one of another
+// manager, a released one.
+CVmHandle* CVmManagerImpl::Known(const std::shared_ptr<CVmHandle>& handle) const {
+  return m_handles.find(handle.get()) == m_handles.end() ? nullptr : handle.get();
+}
+
+// The record of a block in memory; null for a block elsewhere or none.
+CVmManagerImpl::Record* CVmManagerImpl::RecordOf(const std::shared_ptr<CVmHandle>& handle,
+                                                 std::int64_t index) {
+  const CVmHandle* known = Known(handle);
+  if (known == nullptr || index < 0 || index >= known->GetBlockCount()) return nullptr;
+  if (known->GetType(index) != CVmBlock::Type::Memory) return nullptr;
+  return &m_records.At(known->GetSlotIndex(index));
+}
+
+CVmManagerImpl::Hold CVmManagerImpl::HoldOf(const Record& record) {
+  if (record.memory.m_nLock > 0) return Hold::kLocked;
+  return record.memory.m_nPin > 0 ? Hold::kPinned : Hold::kNone;
+}
+
+// Every change of a record's lock or pin count goes through here: the indices
+// follow who holds it.
+template <typename Change>
+void CVmManagerImpl::ChangeHold(Record& record, Change change) noexcept {
+  const Hold before = HoldOf(record);
+  change(record.memory);
+  const Hold after = HoldOf(record);
+  if (before == after) return;
+  if (before == Hold::kNone) m_evictable.Remove(record);
+  if (before == Hold::kPinned) m_nPinnedBlocks -= record.memory.m_nSize;
+  if (after == Hold::kPinned) m_nPinnedBlocks += record.memory.m_nSize;
+  if (after == Hold::kNone) {
+    korin::vm::MoveAndPoison(record.memory.m_pMemory, record.bytes);
+    m_evictable.Add(record);
+    if (m_waiting > 0) m_released.notify_all();
+  }
+}
+
+std::int64_t& CVmManagerImpl::PinsOfThisThread() {
+  const auto id = std::this_thread::get_id();
+  for (auto& [thread, pins] : m_pinsByThread) {
+    if (thread == id) return pins;
+  }
+  // The entry of a thread that holds nothing can serve another.
+  for (auto& [thread, pins] : m_pinsByThread) {
+    if (pins != 0) continue;
+    thread = id;
+    return pins;
+  }
+  return m_pinsByThread.emplace_back(id, 0).second;
+}
+
+// True when room lacks only because other threads' guards hold blocks. A thread
+// that holds a guard itself never waits, so those that are waited for always go on.
+bool CVmManagerImpl::WorthWaiting(std::int64_t blocks) const {
+  if (blocks <= m_nCapacity - m_nMemoryUsed || blocks <= m_evictable.Size()) return false;
+  if (blocks > m_evictable.Size() + m_nPinnedBlocks) return false;
+  const auto id = std::this_thread::get_id();
+  return std::none_of(m_pinsByThread.begin(), m_pinsByThread.end(),
+                      [&](const auto& entry) { return entry.first == id && entry.second > 0; });
+}
+
+BYTE* CVmManagerImpl::FetchBlock(const std::shared_ptr<CVmHandle>& handle, std::int64_t index,
+                                 Fetch fetch) {
+  std::shared_ptr<CVmManagerImpl> self;  // while waiting; released after the lock
+  PagingLock lock(m_mutex);
+  LastPagingFailure().text.clear();
+  std::int64_t* pins = fetch.pin ? &PinsOfThisThread() : nullptr;
+  Record* record = RecordOf(handle, index);
+  for (Clock::time_point deadline; record == nullptr; record = RecordOf(handle, index)) {
+    CVmHandle* known = Known(handle);
+    if (known == nullptr || index < 0 || index >= known->GetBlockCount()) return nullptr;
+    if (WorthWaiting(BlocksOf(known->GetBlockSize()))) {
+      if (!self) {
+        self = shared_from_this();
+        deadline = Clock::now() + kLongestWait;
+      }
+      ++m_waiting;
+      const bool waited = Clock::now() < deadline && lock.Wait(m_released, deadline);
+      --m_waiting;
+      if (waited) {
+        if (fetch.pin) pins = &PinsOfThisThread();
+        continue;
+      }
+    }
+    record = BringIn(*known, index, fetch.overwrite);
+    if (record == nullptr) return nullptr;
+    break;
+  }
+  if (fetch.pin) {
+    ChangeHold(*record, [](CVmMemory& memory) { ++memory.m_nPin; });
+    ++*pins;
+  }
+  if (m_evictable.Has(*record)) {
+    m_evictable.Touch(*record, m_nAccess);
+  } else {
+    record->memory.m_nStamp = m_nAccess;
+  }
+  ++m_nAccess;
+  record->memory.m_modified = record->memory.m_modified || fetch.modify;
+  return static_cast<BYTE*>(record->memory.m_pMemory->GetAddress());
+}
+
+// Gives a block of the swap file memory and contents. The file keeps its copy, so
+// that an unchanged block need not be written again.
+CVmManagerImpl::Record* CVmManagerImpl::BringIn(CVmHandle& handle, std::int64_t index,
+                                                bool overwrite) {
+  if (handle.GetType(index) != CVmBlock::Type::Swap) return nullptr;
+  const std::int64_t size = BlocksOf(handle.GetBlockSize());
+  const std::int64_t slot = handle.GetSlotIndex(index);
+  std::int64_t unplaced = 0;
+  Record* record = CreateRecord(handle, index);
+  if (record == nullptr) {
+    EvictFor(size, unplaced);
+    record = CreateRecord(handle, index);
+  }
+  if (record == nullptr) {
+    GiveUpCopy(unplaced);
+    EvictFor(size, unplaced);
+    record = CreateRecord(handle, index);
+  }
+  if (record == nullptr) {
+    auto& failure = LastPagingFailure();
+    if (failure.text.empty()) {
+      failure.text = "no room in memory for a block of " + std::to_string(handle.GetBlockSize()) +
+                     " bytes: every other block is in use (settings MemoryRatio, MinMemorySize)";
+      failure.figures = {handle.GetBlockSize(), m_nMemoryUsed * m_nBlockSize,
+                         m_nCapacity * m_nBlockSize};
+    }
+    return nullptr;
+  }
+  if (!overwrite) {
+    if (!m_slots.HasContents(slot)) {
+      ZeroRecord(*record);
+    } else if (!Transfer(false, slot, *record)) {
+      DropRecord(*record);
+      return nullptr;
+    }
+  }
+  record->memory.m_nSwapSlot = slot;
+  m_copies.Add(*record);
+  CommitRecord(*record);
+  return record;
+}
+
+BYTE* CVmManagerImpl::GetBlockAddress(const std::shared_ptr<CVmHandle>& handle, std::int64_t index,
+                                      bool write) {
+  return FetchBlock(handle, index, {.modify = write});
+}
+
+// The literal flag is for recording managers; what the taker does decides.
+BYTE* CVmManagerImpl::MapBlock(const std::shared_ptr<CVmHandle>& handle, std::int64_t index, bool,
+                               korin::BlockIntent intent) {
+  return FetchBlock(handle, index,
+                    {.modify = intent != korin::BlockIntent::Read,
+                     .overwrite = intent == korin::BlockIntent::Overwrite,
+                     .pin = true});
+}
+
+void CVmManagerImpl::UnmapBlock(const std::shared_ptr<CVmHandle>& handle,
+                                std::int64_t index) noexcept {
+  const PagingLock lock(m_mutex);
+  const auto id = std::this_thread::get_id();
+  for (auto& [thread, pins] : m_pinsByThread) {
+    if (thread == id && pins > 0) --pins;
+  }
+  Record* record = RecordOf(handle, index);
+  if (record == nullptr || record->memory.m_nPin == 0) return;
+  ChangeHold(*record, [](CVmMemory& memory) { --memory.m_nPin; });
+}
+
+bool CVmManagerImpl::LockBlock(const std::shared_ptr<CVmHandle>& handle, bool lock,
+                               std::int64_t index) {
+  const PagingLock held(m_mutex);
+  Record* record = RecordOf(handle, index);
+  if (record == nullptr) return false;
+  ChangeHold(*record, [lock](CVmMemory& memory) {
+    memory.m_nLock = lock ? memory.m_nLock + 1 : std::max<std::int64_t>(memory.m_nLock - 1, 0);
+  });
+  return true;
+}
+
+void CVmManagerImpl::UnlockAll(const std::shared_ptr<CVmHandle>& handle) {
+  const PagingLock lock(m_mutex);
+  const CVmHandle* known = Known(handle);
+  if (known == nullptr) return;
+  for (std::int64_t i = 0; i < known->GetBlockCount(); ++i) {
+    if (known->GetType(i) != CVmBlock::Type::Memory) continue;
+    ChangeHold(m_records.At(known->GetSlotIndex(i)), [](CVmMemory& memory) { memory.m_nLock = 0; });
+  }
+}
+
+bool CVmManagerImpl::MakeRoom(const std::shared_ptr<CVmHandle>& handle) {
+  const PagingLock lock(m_mutex);
+  const CVmHandle* known = Known(handle);
+  if (known == nullptr) return false;
+  std::int64_t unplaced = 0;
+  return EvictFor(BlocksOf(known->GetBlockSize()), unplaced);
+}
+
+bool CVmManagerImpl::IsOnMemory(const std::shared_ptr<CVmHandle>& handle) const {
+  const PagingLock lock(m_mutex);
+  const CVmHandle* known = Known(handle);
+  if (known == nullptr) return true;
+  for (std::int64_t i = 0; i < known->GetBlockCount(); ++i) {
+    if (known->GetType(i) == CVmBlock::Type::Swap) return false;
+  }
+  return true;
+}

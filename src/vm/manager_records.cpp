@@ -1,0 +1,134 @@
+// Records of blocks in memory: how they come, and how they go to the swap file.
+#include <algorithm>
+#include <cstring>
+
+#include "korinimage/exceptions.h"
+#include "vm/manager_impl.h"
+
+using korin::AllocationFigures;
+using korin::CVmMemoryAllocationError;
+using korin::vm::PagingLock;
+using korin::vm::SwapSlots;
+
+// A record with memory for the block, not yet the block's place; null when the
+// budget has no room for it.
+CVmManagerImpl::Record* CVmManagerImpl::CreateRecord(CVmHandle& handle, std::int64_t index) {
+  const std::int64_t bytes = handle.GetBlockSize();
+  const std::int64_t size = BlocksOf(bytes);
+  if (size > m_nCapacity - m_nMemoryUsed) return nullptr;
+  auto memory = m_seams.memory ? m_seams.memory(bytes) : CVmMemoryInterface::Alloc(bytes);
+  if (!memory) return nullptr;
+  if (!memory->IsValid()) {
+    throw CVmMemoryAllocationError(
+        "the system refused memory for a block of " + std::to_string(bytes) + " bytes",
+        AllocationFigures{bytes, m_nMemoryUsed * m_nBlockSize, m_nCapacity * m_nBlockSize});
+  }
+  Record& record = m_records.Take();
+  record.bytes = bytes;
+  record.memory.m_pMemory = std::move(memory);
+  record.memory.m_nSize = size;
+  record.memory.m_pHandle = &handle;
+  record.memory.m_nIndex = index;
+  m_nMemoryUsed += size;
+  return &record;
+}
+
+// A memory of another kind than the process's own comes zeroed.
+void CVmManagerImpl::ZeroRecord(Record& record) {
+  auto* memory = dynamic_cast<CVmWin32Memory*>(record.memory.m_pMemory.get());
+  if (memory == nullptr || memory->IsZeroed()) return;
+  std::memset(memory->GetAddress(), 0, static_cast<std::size_t>(record.bytes));
+}
+
+void CVmManagerImpl::CommitRecord(Record& record) noexcept {
+  record.memory.m_pHandle->Set(record.memory.m_nIndex, CVmBlock::Type::Memory, record.key);
+  m_evictable.Add(record);
+}
+
+void CVmManagerImpl::DropRecord(Record& record) noexcept {
+  if (m_evictable.Has(record)) m_evictable.Remove(record);
+  if (HoldOf(record) == Hold::kPinned) m_nPinnedBlocks -= record.memory.m_nSize;
+  m_copies.Remove(record);
+  m_nMemoryUsed -= record.memory.m_nSize;
+  m_records.Release(record);
+}
+
+// Evicts the least recently used records that nobody holds until `blocks` manager
+// blocks are free'd. `unplaced`: set to the size of a record that found no place in
+// the swap file.
+bool CVmManagerImpl::EvictFor(std::int64_t blocks, std::int64_t& unplaced) {
+  if (!m_evictable.Choose(blocks, m_victims)) return false;
+  // Written in the order of their keys, which is near that of their slots.
+  std::sort(m_victims.begin(), m_victims.end());
+  return std::all_of(m_victims.begin(), m_victims.end(),
+                     [&](std::int64_t key) { return SwapOut(m_records.At(key), unplaced); });
+}
+
+// On failure the record stays as it is, in memory and modified.
+bool CVmManagerImpl::SwapOut(Record& record, std::int64_t& unplaced) {
+  CVmMemory& memory = record.memory;
+  std::int64_t slot = memory.m_nSwapSlot;
+  if (slot != SwapSlots::kNone) {
+    if (memory.m_modified && !Transfer(true, slot, record)) return false;
+  } else if ((slot = m_slots.FindFree(memory.m_nSize)) != SwapSlots::kNone) {
+    if (!Transfer(true, slot, record)) return false;
+    m_slots.TakeFree(slot);
+  } else {
+    slot = m_slots.Used();
+    if (!m_slots.HasRoom(memory.m_nSize)) PagingLock::Say("Disk limit has been reached.");
+    if (!ReserveSwapEnd(memory.m_nSize)) {
+      unplaced = memory.m_nSize;
+      return false;
+    }
+    if (!Transfer(true, slot, record)) return false;
+    m_slots.Append(memory.m_nSize);
+  }
+  if (slot != memory.m_nSwapSlot || memory.m_modified) m_slots.SetContents(slot);
+  memory.m_pHandle->Set(memory.m_nIndex, CVmBlock::Type::Swap, slot);
+  DropRecord(record);
+  return true;
+}
+
+// One record gives its copy in the swap file up, so that another can be written
+// there; it must be written again itself then.
+bool CVmManagerImpl::GiveUpCopy(std::int64_t size) noexcept {
+  Record* record = m_copies.Choose(size);
+  if (record == nullptr) return false;
+  m_copies.Remove(*record);
+  m_slots.Free(std::exchange(record->memory.m_nSwapSlot, SwapSlots::kNone));
+  record->memory.m_modified = true;
+  return true;
+}
+
+// Makes the file long enough for an extent at its end.
+bool CVmManagerImpl::ReserveSwapEnd(std::int64_t size) {
+  auto& failure = korin::vm::LastPagingFailure();
+  if (!m_slots.HasRoom(size)) {
+    failure.text = "the swap file has reached its limit (setting MaxDiskSize, or free disk space)";
+    failure.figures = {size * m_nBlockSize, m_slots.Used() * m_nBlockSize,
+                       m_slots.Limit() * m_nBlockSize};
+    return false;
+  }
+  if (m_pSwap && m_pSwap->Truncate((m_slots.Used() + size) * m_nBlockSize)) return true;
+  failure.text = "the swap file cannot grow: " + (m_pSwap ? m_pSwap->GetError() : "none is open");
+  failure.figures = {size * m_nBlockSize, m_slots.Used() * m_nBlockSize,
+                     m_slots.Limit() * m_nBlockSize};
+  return false;
+}
+
+// Moves the block's own bytes between the record and its slot.
+bool CVmManagerImpl::Transfer(bool write, std::int64_t slot, Record& record) {
+  constexpr std::int64_t kPiece = 1 << 30;  // one call must stay below 4 GiB
+  auto* bytes = static_cast<BYTE*>(record.memory.m_pMemory->GetAddress());
+  bool moved = m_pSwap && m_pSwap->Seek(slot * m_nBlockSize);
+  for (std::int64_t at = 0; moved && at < record.bytes; at += kPiece) {
+    const std::int64_t size = std::min(record.bytes - at, kPiece);
+    moved = write ? m_pSwap->Write(bytes + at, size) : m_pSwap->Read(bytes + at, size);
+  }
+  if (moved) return true;
+  korin::vm::LastPagingFailure() = {std::string("a block of ") + std::to_string(record.bytes) +
+                                        " bytes cannot be " + (write ? "written: " : "read: ") +
+                                        (m_pSwap ? m_pSwap->GetError() : "no swap file"),
+                                    AllocationFigures{record.bytes, -1, -1}};
+  return false;
+}

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+
+#include "korinimage/exceptions.h"
+#include "korinimage/export.h"
+
+namespace korin::vm {
+
+// Holds a manager's mutex for one paging call, or for several that must be one
+// step. Locks of one thread nest. Lines for standard error that come up meanwhile
+// are written once the thread holds no lock any more.
+class KORINIMAGE_API PagingLock {
+ public:
+  explicit PagingLock(std::recursive_mutex& mutex);
+  PagingLock(const PagingLock&) = delete;
+  PagingLock& operator=(const PagingLock&) = delete;
+  ~PagingLock();
+
+  // Gives the mutex up, all of this thread's levels of it, until `signal` or the
+  // deadline, and takes it again. False, at once, when the thread holds the mutex
+  // of another manager too: waiting then could block that one.
+  bool Wait(std::condition_variable_any& signal, std::chrono::steady_clock::time_point deadline);
+
+  // Queues a line for standard error; at once when the thread holds no lock.
+  static void Say(std::string line);
+
+ private:
+  std::recursive_mutex& m_mutex;
+  PagingLock* m_outer;
+};
+
+// Why the thread's last paging call failed, for the message of an exception. Empty
+// when it did not, or when the manager is not the library's own.
+struct PagingFailure {
+  std::string text;
+  AllocationFigures figures;
+};
+KORINIMAGE_API PagingFailure& LastPagingFailure();
+
+}  // namespace korin::vm

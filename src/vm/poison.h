@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "korinimage/export.h"
+#include "korinimage/vm_memory_interface.h"
+
+namespace korin::vm {
+
+// In a build with KORINIMAGE_POISON: moves a block whose last holder has let go to
+// fresh memory, fills the old place with 0xA5 and forbids access to it for a while,
+// so that an address kept too long is found out. Otherwise nothing.
+#ifdef KORINIMAGE_POISON
+KORINIMAGE_API void MoveAndPoison(std::unique_ptr<CVmMemoryInterface>& memory,
+                                  std::int64_t bytes) noexcept;
+#else
+inline void MoveAndPoison(std::unique_ptr<CVmMemoryInterface>&, std::int64_t) noexcept {}
+#endif
+
+}  // namespace korin::vm
