@@ -161,11 +161,11 @@ TEST(Cards, CopiesKeepEverythingEvenFromThemselves) {
     EXPECT_EQ(speed, (tagFRational{1.0, 250.0}));
     EXPECT_EQ(h.GetWBShootingGainHoneyComb(7), 3.0);
   };
-  const CHeader& self = header;
+  CHeader& self = header;
   EXPECT_EQ(&header.CopyData(&self), &header);
   header.CopyData(nullptr);
   header = self;
-  header = std::move(header);
+  header = std::move(self);
   header.SetCameraMaker(header.GetCameraMaker());
   expectWhole(header);
 
