@@ -328,6 +328,11 @@ class KORINIMAGE_API CImage : public CObject {
                              const ProgressPtr& progress);
   void ChangeBitsToIntMinMax(const CImage* source, DataType type, bool isSigned,
                              const ProgressPtr& progress);
+  void NormalizeTo(const CImage* source, DataType type, bool isSigned,
+                   std::vector<std::pair<double, double>> levels, const ProgressPtr& progress);
+  void TakeConversion(CImage&& converted, int rebuilds);
+  void InstallUnconverted(const CImage* source, DataType type, bool isSigned,
+                          const ProgressPtr& progress);
 
   DataType m_BitsPixel = DataTypeUnknown;
   bool m_signed = true;

@@ -1,0 +1,58 @@
+#include "kernels/row_batch.h"
+
+#include <string>
+
+#include "korinimage/exceptions.h"
+
+namespace korin {
+
+RowBatch::RowBatch(CVmImage& store, std::int64_t plane, std::int64_t y, std::int64_t rows,
+                   BlockIntent intent, bool literalFlag, int shares)
+    : m_firstRow(y), m_bytesPerLine(store.GetBytesPerLine()) {
+  if (plane < 0 || plane >= store.GetPlanes() || y < 0 || rows < 1 ||
+      rows > store.GetHeight() - y || store.GetBlockCount() < 1) {
+    throw CVmMemoryAllocationError("rows " + std::to_string(y) + " to " +
+                                   std::to_string(y + rows - 1) + " of plane " +
+                                   std::to_string(plane) + " are outside the image store of " +
+                                   std::to_string(store.GetPlanes()) + " planes of " +
+                                   std::to_string(store.GetHeight()) + " rows");
+  }
+  const auto manager = store.VmManager();
+  if (!manager) throw CVmManagerHandleDeletedError();
+  const std::int64_t unit = std::max<std::int64_t>(manager->GetBlockSize(), 1);
+  const std::int64_t blockBytes = store.GetBytesPerLine() * store.GetLinesPerBlock();
+  const std::int64_t perBlock = std::max<std::int64_t>(blockBytes / unit, 1);
+  const std::int64_t blocks =
+      std::max<std::int64_t>(manager->GetComfortableBlocks() / (perBlock * shares), 1);
+  while (m_rowCount < rows && static_cast<std::int64_t>(m_segments.size()) < blocks) {
+    CVmImage::LineRun run = store.GetLineRun(plane, y + m_rowCount);
+    run.lines = std::min(run.lines, rows - m_rowCount);
+    const bool wholeBlock = run.firstLine == 0 && run.lines == store.GetBlockLineCount(run.block);
+    const BlockIntent blockIntent =
+        intent == BlockIntent::Overwrite && !wholeBlock ? BlockIntent::Write : intent;
+    BlockGuard guard = store.PinBlock(run.block, blockIntent, literalFlag);
+    if (!guard) {
+      // Rows already held are worked on first; their blocks then make room.
+      if (m_rowCount > 0) break;
+      throw CVmMemoryAllocationError("no room in memory for a block of " +
+                                         std::to_string(blockBytes) +
+                                         " bytes: raise the memory budget or unlock blocks",
+                                     {blockBytes, manager->GetMemoryUsedBlocks() * unit,
+                                      manager->GetMemoryCapacityBlocks() * unit});
+    }
+    m_segments.push_back(
+        {guard.Address() + run.firstLine * m_bytesPerLine, run.y, run.lines, wholeBlock});
+    m_guards.push_back(std::move(guard));
+    m_rowCount += run.lines;
+  }
+}
+
+BYTE* RowBatch::Row(std::int64_t y) const {
+  const auto after =
+      std::upper_bound(m_segments.begin(), m_segments.end(), y,
+                       [](std::int64_t row, const Segment& segment) { return row < segment.y; });
+  const Segment& segment = *(after - 1);
+  return segment.address + (y - segment.y) * m_bytesPerLine;
+}
+
+}  // namespace korin

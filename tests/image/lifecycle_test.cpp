@@ -1,0 +1,207 @@
+#include <gtest/gtest.h>
+
+#include "image/image_fixture.h"
+#include "korinimage/exceptions.h"
+#include "support/recording_progress.h"
+
+namespace korin::test {
+namespace {
+
+using Lifecycle = ImageTest;
+const Shape kShape;
+
+CImage Described(const std::shared_ptr<CVmManager>& manager) {
+  CImage image = MakeImage(manager, kShape, RandomPixels<std::uint16_t>(kShape), 2.0, -3.0);
+  image.SetDefaultLevel();
+  image.SetOrgFileName(L"m13.fits");
+  image.SetOrgPlanes(7);
+  image.SetBayerImage(true);
+  image.SetRawImageBits(14);
+  image.Header().Add(L"OBJECT  = 'M13'");
+  image.SetHistogramCullParam(8.0, 1000000);
+  return image;
+}
+
+TEST_F(Lifecycle, DefaultsAndDimensionRules) {
+  CImage image;
+  EXPECT_EQ(image.GetBitsPixel(), 0);
+  EXPECT_EQ(image.GetBytesPixel(), 0);
+  EXPECT_TRUE(image.IsSigned());
+  EXPECT_EQ(image.GetDimension(), -1);
+  EXPECT_FALSE(image.IsColor());
+  EXPECT_EQ(image.GetImageSize(), 0);
+  EXPECT_EQ(image.GetBlockShape(), std::pair(std::int64_t{0}, std::int64_t{0}));
+  EXPECT_EQ(image.GetRawImageBits(), 12);
+  EXPECT_TRUE(image.IsEmpty() && image.IsOnMemory() && image.IsCcd());
+  EXPECT_FALSE(image.AllocImage(CImage::ProgressPtr()));
+  image.Header().SetCameraModel(L"EOS");
+  EXPECT_FALSE(image.IsCcd());
+
+  image.SetPlanes(0);
+  EXPECT_EQ(image.GetDimension(), 2);
+  const CImage none(MakeManager(4096, 8), CImage::DataTypeInt8, 5, 5, 0, 1, 0, false,
+                    CImage::ProgressPtr());
+  EXPECT_EQ(none.GetDimension(), 3);
+
+  image.SetWidth(65536);
+  image.SetHeight(65536);
+  image.SetPlanes(1);
+  image.SetBitsPixel(CImage::DataTypeDouble);
+  EXPECT_EQ(image.GetPixelCount(), 0);  // wraps
+  EXPECT_EQ(image.GetImageSize(), std::int64_t{1} << 35);
+  image.SetBscale(0.0);
+  EXPECT_TRUE(std::isinf(image.UnapplyBaseScaleOffset(1.0)));
+}
+
+TEST_F(Lifecycle, CopiesCarryPixelsAndDescription) {
+  const auto manager = MakeManager(4096, 5);
+  CImage source = Described(manager);
+  const auto pixels = ReadPixels<std::uint16_t>(source);
+  const auto expectCopy = [&](CImage& copy) {
+    EXPECT_EQ(ReadPixels<std::uint16_t>(copy), pixels);
+    EXPECT_EQ(copy.GetLevelMax(), source.GetLevelMax());
+    EXPECT_EQ(copy.GetOrgFileName(), L"m13.fits");
+    EXPECT_EQ(copy.GetOrgPlanes(), 7);
+    EXPECT_EQ(copy.GetRawImageBits(), 14);
+    EXPECT_TRUE(copy.IsBayerImage());
+    EXPECT_EQ(copy.Header().GetAt(0), L"OBJECT  = 'M13'");
+    EXPECT_EQ(copy.GetBscale(), 2.0);
+  };
+  CImage constructed(source);
+  expectCopy(constructed);
+  // The sampling rule of a copy-constructed image is the user's; other copies carry it.
+  source.SetWidth(8000);
+  source.SetHeight(6000);
+  const auto sampling = source.GetHistogramCull();
+  source.SetWidth(kShape.width);
+  source.SetHeight(kShape.height);
+  const auto samplingOf = [](CImage image) {
+    image.SetWidth(8000);
+    image.SetHeight(6000);
+    return image.GetHistogramCull();
+  };
+  EXPECT_NE(samplingOf(source), sampling);
+  CImage assigned;
+  assigned = source;
+  expectCopy(assigned);
+  assigned.SetWidth(8000);
+  assigned.SetHeight(6000);
+  EXPECT_EQ(assigned.GetHistogramCull(), sampling);
+
+  const auto clone = source.Clone(CImage::ProgressPtr());
+  expectCopy(*clone);
+  EXPECT_NE(clone->GetHistogramCullXRef(), source.GetHistogramCullXRef());  // sequence goes on
+
+  const auto shell = source.CloneWithoutImage(CImage::DataTypeFloat, CImage::ProgressPtr());
+  EXPECT_EQ(shell->GetBytesPixel(), 4);
+  EXPECT_EQ(shell->GetLevelMin(), source.GetLevelMin());
+  EXPECT_EQ(ReadPixels<float>(*shell), std::vector<float>(pixels.size()));
+  for (CImage* image : {&source, &constructed}) image->EmptyImage();
+  EXPECT_EQ(manager->GetAllocatedBlocks(), 3 * clone->GetBlockCount() + 2);
+}
+
+TEST_F(Lifecycle, SelfOperationsKeepPixels) {
+  CImage image = Described(MakeManager(4096, 4));
+  const auto pixels = ReadPixels<std::uint16_t>(image);
+  CImage& self = image;
+  const auto permutation = image.GetHistogramCullXRef();
+  image = self;
+  EXPECT_NE(image.GetHistogramCullXRef(), permutation);
+  image = std::move(self);
+  image.Swap(self);
+  EXPECT_TRUE(image.CopyImage(self, CImage::ProgressPtr()));
+  EXPECT_TRUE(image.Create(self, CImage::ProgressPtr()));
+  EXPECT_EQ(ReadPixels<std::uint16_t>(image), pixels);
+  EXPECT_EQ(image.Header().GetCount(), 1);
+  EXPECT_EQ(image.GetOrgFileName(), L"m13.fits");
+}
+
+TEST_F(Lifecycle, MovedFromImageIsAnEmptyOne) {
+  CImage source = Described(MakeManager(4096, 8));
+  CImage taken(std::move(source));
+  EXPECT_TRUE(source.IsEmpty() && source.IsCcd());
+  EXPECT_EQ(source.Header().GetCount(), 0);
+  CImage again(std::move(taken));
+  taken.Empty();
+  taken = again;
+  EXPECT_EQ(taken.Header().GetCount(), 1);
+  source.Swap(taken);
+  EXPECT_EQ(source.GetLevelMin(), again.GetLevelMin());
+  EXPECT_TRUE(taken.IsEmpty());
+}
+
+TEST_F(Lifecycle, EmptyingAndFailures) {
+  auto manager = MakeManager(4096, 4, 8);
+  CImage image = Described(manager);
+  const auto pixels = ReadPixels<std::uint16_t>(image);
+  image.SetWidth(4000);  // does not fit memory and disk
+  EXPECT_FALSE(image.AllocImage(CImage::ProgressPtr()));
+  image.SetWidth(kShape.width);
+  EXPECT_EQ(ReadPixels<std::uint16_t>(image), pixels);
+  EXPECT_THROW(
+      CImage(manager, CImage::DataTypeDouble, 400, 400, 1, 1, 0, false, CImage::ProgressPtr()),
+      CVmMemoryAllocationError);
+  EXPECT_THROW(CImage(nullptr, CImage::DataTypeDouble, 4, 4, 1, 1, 0, false, CImage::ProgressPtr()),
+               CVmMemoryAllocationError);
+
+  // A copy that does not fit leaves an empty image, and nothing behind.
+  CImage target(manager, CImage::DataTypeInt8, 8, 8, 1, 1, 0, false, CImage::ProgressPtr());
+  const CImage second(image);
+  const CImage third(image);
+  const auto before = manager->GetAllocatedBlocks();
+  EXPECT_THROW(target = image, CVmMemoryAllocationError);
+  EXPECT_TRUE(target.IsEmpty());
+  EXPECT_EQ(manager->GetAllocatedBlocks(), before - 1);
+  EXPECT_EQ(ReadPixels<std::uint16_t>(image), pixels);
+
+  image.Empty();
+  EXPECT_EQ(image.GetWidth(), kShape.width);
+  EXPECT_TRUE(image.IsEmpty() && image.GetLevelMin().empty());
+  EXPECT_EQ(image.Header().GetCount(), 0);
+  CImage created;
+  EXPECT_FALSE(created.Create(image, CImage::ProgressPtr()));
+  EXPECT_EQ(created.GetWidth(), kShape.width);
+  EXPECT_EQ(image.CloneWithoutImage(CImage::DataTypeFloat, CImage::ProgressPtr()), nullptr);
+
+  // Width 0 is an image, without a sample table.
+  created.SetWidth(0);
+  EXPECT_TRUE(created.AllocImage(manager, CImage::ProgressPtr()));
+  EXPECT_FALSE(created.IsHistogramCullParam());
+  EXPECT_EQ(created.GetAverageRaw(0), 0.0);
+  EXPECT_TRUE(created.ChangeBits(CImage::DataTypeFloat, false, CImage::ChangeBitsLevel::Raw,
+                                 CImage::ProgressPtr()));
+
+  // An image that outlives its manager says so and destroys quietly.
+  manager.reset();
+  for (CImage* orphan : {&target, &created, &image}) {
+    EXPECT_THROW((void)orphan->GetMinMaxRaw(0), CVmManagerHandleDeletedError);
+    EXPECT_THROW((void)orphan->GetPixel(0, 0, 0), CVmManagerHandleDeletedError);
+    EXPECT_THROW((void)orphan->Fill(0, 1.0), CVmManagerHandleDeletedError);
+  }
+  EXPECT_THROW((void)target.CloneWithoutImage(CImage::ProgressPtr()), CVmManagerHandleDeletedError);
+}
+
+TEST_F(Lifecycle, ThrowingSinkLeavesEverythingAsItWas) {
+  const auto manager = MakeManager(4096, 3);
+  CImage image = Described(manager);
+  const auto pixels = ReadPixels<std::uint16_t>(image);
+  const auto blocks = manager->GetAllocatedBlocks();
+  const auto sink = std::make_shared<RecordingProgress>();
+  int threw = 0;
+  for (int call = 0; call < 40; ++call) {
+    sink->calls.clear();
+    sink->throwAt = call;
+    try {
+      const CImage copy(image, sink);
+    } catch (const SinkError&) {
+      ++threw;
+    }
+    EXPECT_EQ(manager->GetAllocatedBlocks(), blocks);
+    EXPECT_LE(sink->Count("finalize"), 1);
+  }
+  EXPECT_GT(threw, 3);
+  EXPECT_EQ(ReadPixels<std::uint16_t>(image), pixels);
+}
+
+}  // namespace
+}  // namespace korin::test
