@@ -1,0 +1,140 @@
+#include "kernels/parallel.h"
+
+#include <HalideRuntime.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdlib>
+#include <exception>
+#include <limits>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "kernels/runtime_setup.h"
+
+#if defined(__SANITIZE_THREAD__)
+#define KORIN_THREAD_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(thread_sanitizer)
+#define KORIN_THREAD_SANITIZER 1
+#endif
+#endif
+
+namespace korin {
+namespace {
+
+// The pool's own limit.
+constexpr int kMostThreads = 256;
+
+int DefaultThreadCount() {
+  const char* text = std::getenv("HL_NUM_THREADS");
+  if (text == nullptr) text = std::getenv("HL_NUMTHREADS");
+  const int wanted =
+      text != nullptr ? std::atoi(text) : static_cast<int>(std::thread::hardware_concurrency());
+  return std::clamp(wanted, 1, kMostThreads);
+}
+
+std::atomic<int> g_threads{0};
+
+#if defined(KORIN_THREAD_SANITIZER)
+// The pool is not instrumented; threads of the standard library let the sanitizer
+// see who waits for whom.
+int RunOnPool(void* userContext, halide_task_t task, int first, int count, std::uint8_t* closure) {
+  std::atomic<int> next{first};
+  std::atomic<int> result{0};
+  const auto work = [&] {
+    for (int i = next++; i < first + count; i = next++) {
+      const int code = task(userContext, i, closure);
+      if (code != 0) result = code;
+    }
+  };
+  std::vector<std::thread> threads;
+  for (int t = 1; t < std::min(g_threads.load(), count); ++t) threads.emplace_back(work);
+  work();
+  for (std::thread& thread : threads) thread.join();
+  return result;
+}
+#else
+constexpr halide_do_par_for_t RunOnPool = halide_default_do_par_for;
+#endif
+
+// A loop of one step, or with one thread to run on, never sees the pool: its
+// queue and its sleeping threads cost more than a small buffer's work.
+int RunLoop(void* userContext, halide_task_t task, int first, int count, std::uint8_t* closure) {
+  if (count > 1 && g_threads.load(std::memory_order_relaxed) > 1) {
+    return RunOnPool(userContext, task, first, count, closure);
+  }
+  for (int i = first; i < first + count; ++i) {
+    if (const int code = task(userContext, i, closure); code != 0) return code;
+  }
+  return 0;
+}
+
+struct Loop {
+  std::int64_t first;
+  detail::LoopBody body;
+  void* context;
+  std::atomic<bool> failed{false};
+  std::mutex mutex{};
+  std::exception_ptr exception{};
+};
+
+int RunStep(void*, int index, std::uint8_t* closure) {
+  auto& loop = *reinterpret_cast<Loop*>(closure);
+  if (loop.failed.load(std::memory_order_relaxed)) return 0;
+  try {
+    loop.body(loop.context, loop.first + index);
+  } catch (...) {
+    const std::lock_guard lock(loop.mutex);
+    if (!loop.exception) loop.exception = std::current_exception();
+    loop.failed = true;
+  }
+  return 0;
+}
+
+}  // namespace
+
+namespace detail {
+
+void RunParallel(std::int64_t count, LoopBody body, void* context) {
+  if (count <= 1) {
+    if (count == 1) body(context, 0);
+    return;
+  }
+  EnsureKernelRuntime();
+  Loop loop{0, body, context};
+  while (loop.first < count && !loop.failed) {
+    const std::int64_t steps =
+        std::min<std::int64_t>(count - loop.first, std::numeric_limits<int>::max());
+    halide_do_par_for(nullptr, RunStep, 0, static_cast<int>(steps),
+                      reinterpret_cast<std::uint8_t*>(&loop));
+    loop.first += steps;
+  }
+  if (loop.exception) std::rethrow_exception(loop.exception);
+}
+
+}  // namespace detail
+
+void PrepareParallelLoops() {
+  if (g_threads == 0) g_threads = DefaultThreadCount();
+  halide_set_num_threads(g_threads);
+  halide_set_custom_do_par_for(RunLoop);
+}
+
+void SetThreadCount(int threads) {
+  EnsureKernelRuntime();
+  const int wanted = threads > 0 ? std::min(threads, kMostThreads) : DefaultThreadCount();
+  if (wanted == g_threads) return;
+  // A pool that runs never shrinks: the next loop starts a new one.
+  halide_shutdown_thread_pool();
+  halide_set_num_threads(wanted);
+  g_threads = wanted;
+}
+
+int GetThreadCount() {
+  EnsureKernelRuntime();
+  return g_threads.load(std::memory_order_relaxed);
+}
+
+}  // namespace korin
