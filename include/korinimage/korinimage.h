@@ -12,6 +12,7 @@
 #include "korinimage/progress.h"
 #include "korinimage/progress_win.h"
 #include "korinimage/scoped_progress.h"
+#include "korinimage/shared_mem.h"
 #include "korinimage/threads.h"
 #include "korinimage/types.h"
 #include "korinimage/version.h"

@@ -4,6 +4,8 @@
 #include <utility>
 
 #include "korinimage/config.h"
+#include "platform/exchange_names.h"
+#include "platform/shared_mapping.h"
 #include "platform/swap_sweep.h"
 #include "platform/volume.h"
 #include "vm/manager_impl.h"
@@ -23,6 +25,10 @@ std::shared_ptr<CVmManager> CVmManager::Create(
 
 void CVmManager::DeleteAllSwapFiles(const std::unique_ptr<CVmManagerConfiguration>& configuration) {
   try {
+    // Memory of an image exchange whose processes were killed: asking removes it.
+    for (const auto name : korin::platform::kExchangeMappingNames) {
+      static_cast<void>(korin::platform::IsSharedMappingHeld(name));
+    }
     std::error_code error;
     const auto temporary = std::filesystem::temp_directory_path(error);
     if (!error) korin::platform::SweepSwapFiles(temporary);

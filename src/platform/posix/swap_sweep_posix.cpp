@@ -10,7 +10,9 @@
 #include <utility>
 #include <vector>
 
+#include "platform/exchange_names.h"
 #include "platform/fault.h"
+#include "platform/shared_mapping.h"
 
 namespace korin::platform {
 
@@ -124,6 +126,9 @@ void SweepEntry(int folder, const std::string& name, SwapName kind) {
   if (S_ISLNK(info.st_mode)) {
     Remove(folder, name.c_str(), 0);
   } else if (S_ISREG(info.st_mode)) {
+    // An image on its way waits for its reader as long as somebody keeps the
+    // exchange open, even when its writer has let go of the file.
+    if (name == kExchangeFileName && IsSharedMappingHeld(kImageMappingName)) return;
     const Descriptor lock = TakeAbandoned(folder, name.c_str(), info);
     if (lock) Remove(folder, name.c_str(), 0);
   } else if (S_ISDIR(info.st_mode)) {
