@@ -101,7 +101,8 @@ TEST_F(Lifecycle, CopiesCarryPixelsAndDescription) {
 }
 
 TEST_F(Lifecycle, SelfOperationsKeepPixels) {
-  CImage image = Described(MakeManager(4096, 4));
+  const auto manager = MakeManager(4096, 4);
+  CImage image = Described(manager);
   const auto pixels = ReadPixels<std::uint16_t>(image);
   CImage& self = image;
   const auto permutation = image.GetHistogramCullXRef();
@@ -117,7 +118,8 @@ TEST_F(Lifecycle, SelfOperationsKeepPixels) {
 }
 
 TEST_F(Lifecycle, MovedFromImageIsAnEmptyOne) {
-  CImage source = Described(MakeManager(4096, 8));
+  const auto manager = MakeManager(4096, 8);
+  CImage source = Described(manager);
   CImage taken(std::move(source));
   EXPECT_TRUE(source.IsEmpty() && source.IsCcd());
   EXPECT_EQ(source.Header().GetCount(), 0);
@@ -178,7 +180,7 @@ TEST_F(Lifecycle, EmptyingAndFailures) {
     EXPECT_THROW((void)orphan->GetPixel(0, 0, 0), CVmManagerHandleDeletedError);
     EXPECT_THROW((void)orphan->Fill(0, 1.0), CVmManagerHandleDeletedError);
   }
-  EXPECT_THROW((void)target.CloneWithoutImage(CImage::ProgressPtr()), CVmManagerHandleDeletedError);
+  EXPECT_THROW((void)third.CloneWithoutImage(CImage::ProgressPtr()), CVmManagerHandleDeletedError);
 }
 
 TEST_F(Lifecycle, ThrowingSinkLeavesEverythingAsItWas) {
