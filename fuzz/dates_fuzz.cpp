@@ -52,14 +52,32 @@ void ReadDates(const CHeader& header) {
   header.GetMidDateTimeByLst(date);
 }
 
+// Text in which a byte above 127 stands for a piece of a date: whole dates would
+// hardly ever arise letter by letter.
+std::wstring TakeDateText(Input& input) {
+  static const wchar_t* const kPieces[] = {
+      L"2023-04-05", L"01:02:03", L"2023",  L"-12", L"-31", L"T23:59:59.9", L"T",          L"'",
+      L":",          L"-",        L"1E400", L"99-", L"0",   L".5",          L"4294967296", L"D9"};
+  std::wstring text;
+  for (const char c : input.TakeText()) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte < 128) {
+      text += static_cast<wchar_t>(byte);
+    } else {
+      text += kPieces[byte % 16];
+    }
+  }
+  return text;
+}
+
 void ParseCards(Input& input) {
   static const wchar_t* const kCards[] = {L"DATE-OBS= '", L"UT-STR  = '", L"UT-END  = '",
                                           L"UT      = '", L"TIME-OBS= '", L"EXPTIME =  "};
   CHeader header;
-  header.Add((L"DATE-OBS= '" + korin::platform::FromUtf8(input.TakeText())).c_str());
+  header.Add((L"DATE-OBS= '" + TakeDateText(input)).c_str());
   while (!input.Empty()) {
     const std::wstring keyword = kCards[input.Take<std::uint8_t>() % 6];
-    header.Add((keyword + korin::platform::FromUtf8(input.TakeText())).c_str());
+    header.Add((keyword + TakeDateText(input)).c_str());
   }
   ReadDates(header);
 }
