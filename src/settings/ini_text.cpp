@@ -74,9 +74,11 @@ bool IniText::Load(const std::string& bytes) {
   return true;
 }
 
+// Line ends are plain on every system.
 std::string IniText::Save() const {
   std::string text;
   if (m_parsed->ini.Save(text) < 0) throw std::bad_alloc();
+  std::erase(text, '\r');
   if (!m_tail.empty()) text += "\n" + m_tail + "\n";
   return text;
 }

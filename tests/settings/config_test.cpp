@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <clocale>
 #include <cstdlib>
 #include <limits>
@@ -9,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/atomic_file.h"
 #include "settings/settings_file.h"
 #include "support/memory_config.h"
 
@@ -227,6 +229,29 @@ TEST_F(SettingsFile, SystemFailures) {
     }
     EXPECT_GE(g_failing, 10) << "the write is made of more calls than that";
   }
+}
+
+TEST_F(SettingsFile, ReplaceLockHasOneHolder) {
+  // Widens the gap between opening a lock file and locking it: it may lose its name.
+  platform::g_faultHook = [](Call call) {
+    if (call == Call::kLockFile) std::this_thread::sleep_for(std::chrono::microseconds(100));
+    return Fault::kNone;
+  };
+  std::atomic<int> holders{0};
+  std::vector<std::thread> workers;
+  for (int t = 0; t < 4; ++t) {
+    workers.emplace_back([&] {
+      for (int i = 0; i < 200; ++i) {
+        const auto lock = platform::ReplaceLock::Acquire(file, std::chrono::minutes(1));
+        ASSERT_TRUE(lock);
+        EXPECT_EQ(++holders, 1);
+        std::this_thread::sleep_for(std::chrono::microseconds(50));
+        --holders;
+      }
+    });
+  }
+  for (auto& worker : workers) worker.join();
+  EXPECT_EQ(Leftovers(), 0);
 }
 
 TEST_F(SettingsFile, ManyThreadsWriteAndRead) {

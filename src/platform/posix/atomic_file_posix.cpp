@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "platform/fault.h"
+#include "platform/process.h"
 
 namespace korin::platform {
 
@@ -223,6 +224,8 @@ std::optional<ReplaceLock> ReplaceLock::Acquire(const fs::path& file,
 
 bool ReplaceLock::Replace(std::string_view bytes) const {
   if (m_handle < 0) return false;
+  // Writing past the limit would end the process.
+  if (static_cast<std::int64_t>(bytes.size()) > FileSizeLimit()) return false;
   fs::path fresh = m_target;
   fresh += ".new";
   constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
