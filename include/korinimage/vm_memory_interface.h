@@ -67,6 +67,12 @@ class KORINIMAGE_API CVmVirtualMemory : public CVmMemoryInterface {
   virtual bool Read(void* buffer, std::int64_t size) = 0;
   virtual bool Write(const void* buffer, std::int64_t size) = 0;
   virtual std::wstring GetPath() const = 0;
+
+  // Gives the disk space of a range back while nothing in it counts; it reads as
+  // zeros or as before. May do nothing.
+  virtual void Discard(std::int64_t /*offset*/, std::int64_t /*size*/) noexcept {}
+  // Makes sure again that a discarded range can be written; false: no space.
+  virtual bool Reserve(std::int64_t /*offset*/, std::int64_t /*size*/) { return true; }
   // The file and what the system said about the last failure, for messages.
   virtual std::string GetError() const { return {}; }
 

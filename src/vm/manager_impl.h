@@ -131,6 +131,8 @@ class KORINIMAGE_API CVmManagerImpl : public CVmManager,
   bool EvictFor(std::int64_t blocks, std::int64_t& unplaced);
   bool SwapOut(Record& record, std::int64_t& unplaced);
   bool GiveUpCopy(std::int64_t size) noexcept;
+  bool ReuseSlot(std::int64_t slot, std::int64_t size);
+  void FreeSlot(std::int64_t slot, std::int64_t size) noexcept;
   bool ReserveSwapEnd(std::int64_t size);
   bool Transfer(bool write, std::int64_t slot, Record& record);
 

@@ -102,7 +102,7 @@ bool CVmManagerImpl::PlaceInSwap(CVmHandle& handle, std::int64_t index) {
   if (exhausted && !GiveUpCopy(size)) return false;
   std::int64_t slot = m_slots.FindFree(size);
   if (slot != SwapSlots::kNone) {
-    m_slots.TakeFree(slot);
+    if (!ReuseSlot(slot, size)) return false;
   } else {
     if (!ReserveSwapEnd(size)) return false;
     slot = m_slots.Append(size);
@@ -114,10 +114,12 @@ bool CVmManagerImpl::PlaceInSwap(CVmHandle& handle, std::int64_t index) {
 void CVmManagerImpl::ReleaseBlock(CVmHandle& handle, std::int64_t index) noexcept {
   const std::int64_t slot = handle.GetSlotIndex(index);
   if (handle.GetType(index) == CVmBlock::Type::Swap) {
-    m_slots.Free(slot);
+    FreeSlot(slot, BlocksOf(handle.GetBlockSize()));
   } else if (handle.GetType(index) == CVmBlock::Type::Memory) {
     Record& record = m_records.At(slot);
-    if (record.memory.m_nSwapSlot != SwapSlots::kNone) m_slots.Free(record.memory.m_nSwapSlot);
+    if (record.memory.m_nSwapSlot != SwapSlots::kNone) {
+      FreeSlot(record.memory.m_nSwapSlot, record.memory.m_nSize);
+    }
     DropRecord(record);
   }
   handle.Set(index, CVmBlock::Type::None, -1);

@@ -10,6 +10,12 @@ using korin::CVmMemoryAllocationError;
 using korin::vm::PagingLock;
 using korin::vm::SwapSlots;
 
+namespace {
+
+constexpr std::int64_t kWorthDiscarding = 1 << 20;
+
+}  // namespace
+
 // A record with memory for the block, not yet the block's place; null when the
 // budget has no room for it.
 CVmManagerImpl::Record* CVmManagerImpl::CreateRecord(CVmHandle& handle, std::int64_t index) {
@@ -54,7 +60,7 @@ void CVmManagerImpl::DropRecord(Record& record) noexcept {
 }
 
 // Evicts the least recently used records that nobody holds until `blocks` manager
-// blocks are free'd. `unplaced`: set to the size of a record that found no place in
+// blocks are free. `unplaced`: set to the size of a record that found no place in
 // the swap file.
 bool CVmManagerImpl::EvictFor(std::int64_t blocks, std::int64_t& unplaced) {
   if (!m_evictable.Choose(blocks, m_victims)) return false;
@@ -95,8 +101,31 @@ bool CVmManagerImpl::GiveUpCopy(std::int64_t size) noexcept {
   Record* record = m_copies.Choose(size);
   if (record == nullptr) return false;
   m_copies.Remove(*record);
-  m_slots.Free(std::exchange(record->memory.m_nSwapSlot, SwapSlots::kNone));
+  FreeSlot(std::exchange(record->memory.m_nSwapSlot, SwapSlots::kNone), record->memory.m_nSize);
   record->memory.m_modified = true;
+  return true;
+}
+
+// The disk space of large freed extents goes back to the volume: they fit nothing
+// but blocks of exactly their size and may wait long for one.
+void CVmManagerImpl::FreeSlot(std::int64_t slot, std::int64_t size) noexcept {
+  const bool written = m_slots.HasContents(slot);
+  m_slots.Free(slot);
+  if (written && size * m_nBlockSize >= kWorthDiscarding) {
+    m_pSwap->Discard(slot * m_nBlockSize, size * m_nBlockSize);
+  }
+}
+
+// A free extent becomes the place of a block that is not written yet; the volume
+// must have room for it now, not when it is evicted.
+bool CVmManagerImpl::ReuseSlot(std::int64_t slot, std::int64_t size) {
+  if (size * m_nBlockSize >= kWorthDiscarding &&
+      !m_pSwap->Reserve(slot * m_nBlockSize, size * m_nBlockSize)) {
+    korin::vm::LastPagingFailure() = {"the swap file cannot be used: " + m_pSwap->GetError(),
+                                      AllocationFigures{size * m_nBlockSize, -1, -1}};
+    return false;
+  }
+  m_slots.TakeFree(slot);
   return true;
 }
 

@@ -61,4 +61,12 @@ std::wstring CVmWin32VirtualMemory::GetPath() const {
   return korin::platform::PathToWide(m_file.Path());
 }
 
+void CVmWin32VirtualMemory::Discard(std::int64_t offset, std::int64_t size) noexcept {
+  m_file.Discard(offset, size);
+}
+
+bool CVmWin32VirtualMemory::Reserve(std::int64_t offset, std::int64_t size) {
+  return m_file.Reserve(offset, size);
+}
+
 std::string CVmWin32VirtualMemory::GetError() const { return m_file.Error(); }

@@ -18,6 +18,8 @@ class KORINIMAGE_API CVmWin32VirtualMemory : public CVmVirtualMemory {
   bool Read(void* buffer, std::int64_t size) override;
   bool Write(const void* buffer, std::int64_t size) override;
   std::wstring GetPath() const override;
+  void Discard(std::int64_t offset, std::int64_t size) noexcept override;
+  bool Reserve(std::int64_t offset, std::int64_t size) override;
   std::string GetError() const override;
 
  private:

@@ -63,7 +63,9 @@ CVmImage::CVmImage(const std::shared_ptr<CVmManager>& manager, std::int64_t bits
   CheckedSize(CheckedMul(m_nBytesPerLine, m_nTotalLines), shape);
   if (manager) {
     // The policy may change between the calls that size and place the image.
-    for (bool consistent = false; !consistent;) {
+    constexpr int kTries = 8;
+    bool consistent = false;
+    for (int i = 0; i < kTries && !consistent; ++i) {
       m_nLinesPerBlock = manager->GetLinesPerBlock(m_nBytesPerLine, height, planes);
       m_nBlockCount = manager->GetBlockCountFor(m_nBytesPerLine, height, planes);
       try {
@@ -98,7 +100,8 @@ CVmImage::~CVmImage() { Release(); }
 void CVmImage::Release() noexcept {
   if (const auto manager = VmManager()) manager->ReleaseHandle(m_VmHandle);
   m_VmHandle.reset();
-  TakeLayout(CVmImage());
+  m_nWidth = m_nHeight = m_nPlanes = m_nBytesPixel = m_nBytesPerLine = 0;
+  m_nLinesPerBlock = m_nTotalLines = m_nBlockCount = 0;
 }
 
 void CVmImage::TakeLayout(const CVmImage& source) noexcept {
@@ -279,5 +282,6 @@ CVmImage::LineRun CVmImage::GetLineRun(std::int64_t plane, std::int64_t y) const
 }
 
 bool CVmImage::HasWholePlanes() const {
-  return m_nHeight > 0 && m_nLinesPerBlock > 0 && m_nLinesPerBlock % m_nHeight == 0;
+  if (m_nHeight <= 0 || m_nLinesPerBlock <= 0) return false;
+  return m_nBlockCount == 1 || m_nLinesPerBlock % m_nHeight == 0;
 }
