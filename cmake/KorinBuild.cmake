@@ -25,7 +25,7 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4)
 endif()
 target_compile_options(korin_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
-  -Woverloaded-virtual -Wnull-dereference -Wno-missing-field-initializers)
+  -Woverloaded-virtual -Wno-missing-field-initializers)
 if(KORINIMAGE_WERROR)
   target_compile_options(korin_flags INTERFACE -Werror)
 endif()
