@@ -65,4 +65,6 @@ function(korin_link_rooms target)
   foreach(name IN LISTS rooms)
     target_link_libraries(${target} PRIVATE korin_${name})
   endforeach()
+  # What links the objects imports nothing from the library's DLL.
+  target_compile_definitions(${target} PRIVATE KORINIMAGE_STATIC=1)
 endfunction()

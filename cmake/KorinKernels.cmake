@@ -15,7 +15,10 @@ set(KORIN_HALIDE_PREFIX "x86-${korin_halide_bits}-${korin_halide_system}" CACHE 
   "Target the kernels are generated for: x86-64-linux, x86-32-linux, x86-64-windows, x86-32-windows")
 
 if(CMAKE_CROSSCOMPILING AND KORIN_HOST_GENERATORS)
-  find_package(HalideHelpers 14 REQUIRED)
+  # Halide's own files of this machine, as the build that made the generators found them.
+  load_cache(${KORIN_HOST_GENERATORS} READ_WITH_PREFIX korin_host_ HalideHelpers_DIR)
+  find_package(HalideHelpers 14 REQUIRED PATHS ${korin_host_HalideHelpers_DIR}
+    NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
   include(${KORIN_HOST_GENERATORS}/cmake/KorinImage-halide_generators-config.cmake)
 else()
   find_package(Halide 14 REQUIRED)

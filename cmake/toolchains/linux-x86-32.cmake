@@ -1,0 +1,10 @@
+# Linux on 32-bit x86 with the compiler's own -m32; what it builds runs natively.
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR i686)
+set(CMAKE_C_COMPILER gcc)
+set(CMAKE_CXX_COMPILER g++)
+set(CMAKE_C_FLAGS_INIT -m32)
+set(CMAKE_CXX_FLAGS_INIT -m32)
+set(KORIN_CROSS_TARGET linux-x86-32)
+set(KORIN_CROSS_ROOT "")
+include(${CMAKE_CURRENT_LIST_DIR}/cross-deps.cmake)

@@ -1,0 +1,10 @@
+# Windows on 64-bit x86 through mingw-w64 (posix threads, as <thread> needs them).
+set(CMAKE_SYSTEM_NAME Windows)
+set(CMAKE_SYSTEM_PROCESSOR AMD64)
+set(CMAKE_C_COMPILER x86_64-w64-mingw32-gcc-posix)
+set(CMAKE_CXX_COMPILER x86_64-w64-mingw32-g++-posix)
+set(CMAKE_RC_COMPILER x86_64-w64-mingw32-windres)
+set(KORIN_CROSS_TARGET windows-x86-64)
+set(KORIN_CROSS_ROOT /usr/x86_64-w64-mingw32)
+include(${CMAKE_CURRENT_LIST_DIR}/cross-deps.cmake)
+set(CMAKE_CROSSCOMPILING_EMULATOR ${CMAKE_CURRENT_LIST_DIR}/../../scripts/wine-run.sh)

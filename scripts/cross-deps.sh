@@ -1,0 +1,145 @@
+#!/usr/bin/env bash
+# Puts below build/deps what a build for another target needs and Debian has no
+# package of: the test framework, the compiler's run-time DLLs, header libraries,
+# and the file libraries from their source packages. Nothing outside build/ changes,
+# except that missing Debian packages are installed.
+#   scripts/cross-deps.sh [--files] TARGET...
+#       TARGET: windows-x86-64 windows-x86-32 linux-x86-32
+#       --files: also zlib, libpng and CFITSIO, for the file library and the command
+source "$(dirname "$0")/common.sh"
+
+deps=${KORIN_CROSS_DEPS:-$PWD/build/deps}
+mkdir -p "$deps"
+
+files=no
+targets=()
+for argument in "$@"; do
+  case $argument in
+    --files) files=yes ;;
+    windows-x86-64 | windows-x86-32 | linux-x86-32) targets+=("$argument") ;;
+    *)
+      echo "unknown argument: $argument" >&2
+      exit 2
+      ;;
+  esac
+done
+
+korin_install cmake ninja-build libhalide14-0-dev googletest libcli11-dev libfmt-dev \
+  libsimpleini-dev
+for target in "${targets[@]}"; do
+  case $target in
+    windows-x86-64) korin_install g++-mingw-w64-x86-64-posix wine wine64 ;;
+    windows-x86-32) korin_install g++-mingw-w64-i686-posix wine wine64 libz-mingw-w64 ;;
+    linux-x86-32) korin_install g++-multilib ;;
+  esac
+done
+
+# once STAMP COMMAND...: runs a step that no earlier run finished.
+once() {
+  local stamp=$deps/.done/$1
+  shift
+  [ -e "$stamp" ] && return 0
+  echo "cross-deps: $(basename "$stamp")"
+  "$@"
+  mkdir -p "$(dirname "$stamp")"
+  touch "$stamp"
+}
+
+# install_cmake TARGET NAME SOURCE [OPTION...]: builds a CMake project for a target.
+install_cmake() {
+  local target=$1 name=$2 source=$3
+  shift 3
+  local log=$deps/build/$target/$name.log
+  mkdir -p "$deps/build/$target"
+  if ! { cmake -S "$source" -B "$deps/build/$target/$name" -G Ninja \
+    -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchains/$target.cmake" \
+    -DKORIN_CROSS_DEPS="$deps" -DCMAKE_INSTALL_PREFIX="$deps/$target" \
+    -DCMAKE_INSTALL_LIBDIR=lib -DCMAKE_BUILD_TYPE=Release -DBUILD_SHARED_LIBS=OFF "$@" &&
+    cmake --build "$deps/build/$target/$name" --target install; } >"$log" 2>&1; then
+    tail -n 40 "$log" >&2
+    echo "building $name for $target failed, see $log" >&2
+    exit 1
+  fi
+}
+
+# Header libraries of the host, beside nothing else of the host's headers.
+copy_headers() {
+  local include=$deps/$1/include
+  mkdir -p "$include"
+  cp -r /usr/include/CLI /usr/include/fmt /usr/include/SimpleIni.h "$include/"
+}
+
+# The DLLs that every program of the compiler needs, where wine-run.sh looks.
+copy_runtime() {
+  local target=$1 cpu=$2 unwinder=$3 bin=$deps/$1/bin
+  mkdir -p "$bin"
+  local name
+  for name in "$unwinder" libstdc++-6.dll libgomp-1.dll libwinpthread-1.dll; do
+    cp "$("$cpu-w64-mingw32-g++-posix" -print-file-name="$name")" "$bin/"
+  done
+}
+
+# unpack_source PACKAGE: the newest source package, unpacked as $deps/source/PACKAGE.
+unpack_source() {
+  local apt=$deps/apt-source file
+  mkdir -p "$apt/lists/partial" "$apt/cache/archives/partial" "$apt/sources" "$deps/source"
+  for file in /etc/apt/sources.list /etc/apt/sources.list.d/*.list; do
+    if [ -e "$file" ]; then sed -n 's/^deb /deb-src /p' "$file"; fi
+  done >"$apt/sources/korin.list"
+  for file in /etc/apt/sources.list.d/*.sources; do
+    [ -e "$file" ] || continue
+    sed 's/^Types:.*/Types: deb-src/' "$file" >"$apt/sources/$(basename "$file")"
+  done
+  local options=(-oDir::Etc::SourceList=/dev/null -oDir::Etc::SourceParts="$apt/sources"
+    -oDir::State::Lists="$apt/lists" -oDir::Cache="$apt/cache")
+  if [ -z "$(find "$apt/lists" -name '*Sources*' -print -quit)" ]; then
+    # An index that cannot be had is of no importance as long as the package is found.
+    apt-get "${options[@]}" update -q >"$apt/update.log" 2>&1 || true
+  fi
+  (cd "$apt" && apt-get "${options[@]}" source -q --download-only "$1" >"$apt/$1.log" 2>&1)
+  rm -rf "$deps/source/$1"
+  (cd "$apt" && dpkg-source --no-check -x "$1"_*.dsc "$deps/source/$1" >>"$apt/$1.log" 2>&1)
+}
+
+# 32-bit system DLLs, so that the 64-bit Wine runs 32-bit programs as well.
+unpack_wine32() {
+  local apt=$deps/apt-i386
+  mkdir -p "$apt/lists/partial" "$apt/cache/archives/partial"
+  local options=(-oAPT::Architecture=i386 -oAPT::Architectures=i386
+    -oDir::State::Lists="$apt/lists" -oDir::Cache="$apt/cache")
+  # A security index that fails to load does not matter.
+  apt-get "${options[@]}" update -q >"$apt/update.log" 2>&1 || true
+  (cd "$apt" && apt-get "${options[@]}" download -q libwine >"$apt/download.log" 2>&1)
+  rm -rf "$deps/wine32"
+  dpkg -x "$apt"/libwine_*_i386.deb "$deps/wine32"
+  rm "$apt"/libwine_*_i386.deb
+}
+
+build_file_libraries() {
+  local target=$1
+  local zlib=$deps/$target
+  once "$target-zlib" install_cmake "$target" zlib "$deps/source/zlib"
+  # The shared form and its import library would be found first.
+  rm -f "$zlib"/lib/libzlib.dll.a "$zlib"/lib/libz.dll.a "$zlib"/lib/libz.so* "$zlib"/bin/*zlib*.dll
+  if [ -e "$zlib/lib/libzlibstatic.a" ]; then mv "$zlib/lib/libzlibstatic.a" "$zlib/lib/libz.a"; fi
+  once "$target-libpng" install_cmake "$target" libpng "$deps/source/libpng1.6" \
+    -DPNG_SHARED=OFF -DPNG_TESTS=OFF
+  once "$target-cfitsio" install_cmake "$target" cfitsio "$deps/source/cfitsio" \
+    -DUSE_CURL=OFF -DTESTS=OFF -DUTILS=OFF
+}
+
+for target in "${targets[@]}"; do
+  once "$target-headers" copy_headers "$target"
+  case $target in
+    windows-x86-64) once "$target-runtime" copy_runtime "$target" x86_64 libgcc_s_seh-1.dll ;;
+    windows-x86-32)
+      once "$target-runtime" copy_runtime "$target" i686 libgcc_s_dw2-1.dll
+      ;;
+  esac
+  once "$target-googletest" install_cmake "$target" googletest /usr/src/googletest
+  case $target in windows-*) once wine32 unpack_wine32 ;; esac
+  if [ "$files" = yes ]; then
+    for package in zlib libpng1.6 cfitsio; do once "source-$package" unpack_source "$package"; done
+    build_file_libraries "$target"
+  fi
+done

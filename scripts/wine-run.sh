@@ -1,0 +1,45 @@
+#!/usr/bin/env bash
+# Runs one Windows program, 64- or 32-bit, under Wine with a prefix of its own below
+# build/deps (see cross-deps.sh).
+#   scripts/wine-run.sh PROGRAM [ARGUMENT...]
+set -euo pipefail
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+deps=${KORIN_CROSS_DEPS:-$here/build/deps}
+
+export WINEPREFIX=${KORIN_WINEPREFIX:-$deps/prefix}
+export WINEDLLPATH=$deps/wine32/usr/lib/i386-linux-gnu/wine
+export WINEDEBUG=${WINEDEBUG:--all}
+export WINELOADER=/usr/lib/wine/wine64
+# Neither a browser engine nor an entry in the desktop's menus.
+export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d"
+unset DISPLAY WAYLAND_DISPLAY
+
+# The first start makes the prefix; programs started meanwhile wait for it.
+(
+  mkdir -p "$(dirname "$WINEPREFIX")"
+  exec 9>"$WINEPREFIX.lock"
+  flock 9
+  if [ ! -e "$WINEPREFIX/.ready" ]; then
+    rm -rf "$WINEPREFIX"
+    "$WINELOADER" wineboot --init 9>&- >/dev/null 2>&1
+    # 32-bit programs need this DLL of Wine's, which Debian packs elsewhere.
+    "$(dirname "$WINELOADER")/wineserver64" -w 9>&-
+    touch "$WINEPREFIX/.ready"
+  fi
+)
+
+# Programs of both widths want run-time DLLs of the same names: the path leads to
+# those of this program's width only.
+program=$1
+header=$(od -An -tu4 -j60 -N4 "$program" | tr -d ' ')
+machine=$(od -An -tx2 -j$((header + 4)) -N2 "$program" | tr -d ' ')
+case $machine in
+  8664) width=64 ;;
+  014c) width=32 ;;
+  *)
+    echo "$program: neither x86-64 nor x86-32" >&2
+    exit 126
+    ;;
+esac
+export WINEPATH="Z:${deps//\//\\}\\windows-x86-$width\\bin"
+exec "$WINELOADER" "$@"
