@@ -22,10 +22,11 @@ class Paste : public Generator<Paste> {
 
   void generate() {
     paste(m_x, m_y) = undef<float>();
-    m_columns = Overlap(start_x, end_x, shift_x, 0);
-    m_lines = Overlap(start_y, end_y, shift_y, 1);
-    m_area = RDom({m_columns, m_lines}, "area");
-    paste(m_area.x + shift_x, m_area.y + shift_y) = input(m_area.x, m_area.y);
+    const Overlap columns(input.dim(0), OutputImageParam(paste).dim(0), start_x, end_x, shift_x);
+    const Overlap lines(input.dim(1), OutputImageParam(paste).dim(1), start_y, end_y, shift_y);
+    m_area = RDom(0, columns.count, 0, lines.count, "area");
+    paste(columns.to + m_area.x, lines.to + m_area.y) =
+        input(columns.from + m_area.x, lines.from + m_area.y);
   }
 
   void schedule() {
@@ -33,18 +34,27 @@ class Paste : public Generator<Paste> {
   }
 
  private:
-  // The input positions along one dimension that exist and land in the output.
-  Range Overlap(const Expr& start, const Expr& end, const Expr& shift, int dim) {
-    const auto& from = input.dim(dim);
-    const OutputImageParam& out = paste;
-    const Expr first = max(start, max(from.min(), out.dim(dim).min() - shift));
-    const Expr last = min(
-        end, min(from.min() + from.extent(), out.dim(dim).min() + out.dim(dim).extent() - shift));
-    return Range(first, max(last - first, 0));
-  }
+  // What both buffers have of a range of one dimension; in 64 bits, since a shift
+  // may be any int32.
+  struct Overlap {
+    Overlap(const Internal::Dimension& in, const Internal::Dimension& out, const Expr& start,
+            const Expr& end, const Expr& shift) {
+      const auto wide = [](const Expr& e) { return cast<std::int64_t>(e); };
+      const Expr first = max(wide(start), max(wide(in.min()), wide(out.min()) - wide(shift)));
+      const Expr inEnd = wide(in.min()) + in.extent();
+      const Expr outEnd = wide(out.min()) + out.extent();
+      const Expr last = min(wide(end), min(inEnd, outEnd - wide(shift)));
+      // Where nothing overlaps, the positions still lie in (or just after) the
+      // buffers: they are checked even though nothing is moved.
+      from = cast<std::int32_t>(clamp(first, wide(in.min()), inEnd));
+      to = cast<std::int32_t>(clamp(first + wide(shift), wide(out.min()), outEnd));
+      count = cast<std::int32_t>(clamp(last - first, 0, wide(in.extent())));
+    }
+
+    Expr from, to, count;
+  };
 
   Var m_x{"x"}, m_y{"y"};
-  Range m_columns, m_lines;
   RDom m_area;
 };
 

@@ -1,0 +1,103 @@
+#include "kernels/pipelines.h"
+#include "samples.h"
+#include "variant.h"
+
+namespace korin::kernels::test {
+namespace {
+
+struct Bins {
+  double fMin, fMax;
+  std::int32_t count;
+  bool inverse = false;
+};
+
+template <typename T>
+std::vector<std::int32_t> CountPlainly(const Plane<T>& plane, const Bins& bins) {
+  std::vector<std::int32_t> counts(static_cast<std::size_t>(bins.count));
+  const double wanted = (bins.fMax - bins.fMin) / bins.count;
+  const double width = wanted > 1.0 ? wanted : 1.0;
+  const double scale = 1.0 / width;
+  for (std::int32_t y = 0; y < plane.lines; ++y) {
+    for (std::int32_t x = 0; x < plane.width; ++x) {
+      const double v = static_cast<double>(plane.At(x, y));
+      double q = bins.inverse ? bins.fMin - v : v - bins.fMin;
+      q = std::is_integral_v<T> ? q * scale : q / width;
+      if (bins.inverse) q += bins.count;
+      if (q > -1.0 && q < bins.count) ++counts[static_cast<std::size_t>(static_cast<int>(q))];
+    }
+  }
+  return counts;
+}
+
+template <typename T>
+std::vector<std::int32_t> Count(const Plane<T>& plane, const Bins& bins) {
+  // One cell more on either side, which must stay as it is.
+  std::vector<std::int32_t> cells(static_cast<std::size_t>(bins.count) + 2, -7);
+  PixelBuffer input = plane.Describe();
+  PixelBuffer output(cells.data() + 1, bins.count);
+  const auto& pipelines = Pipelines<T>();
+  const auto pipeline = bins.inverse ? pipelines.histogram_inverse : pipelines.histogram;
+  EXPECT_EQ(pipeline(input, bins.fMin, bins.fMax, bins.count, output), 0);
+  EXPECT_TRUE(cells.front() == -7 && cells.back() == -7);
+  return {cells.begin() + 1, cells.end() - 1};
+}
+
+TEST(Histograms, EqualPlainLoops) {
+  constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  const Bins allBins[] = {{0, 256, 256},      {0, 100, 256},        {-40000, 40000, 1000},
+                          {0, 65536, 65536},  {1000, 1000, 7},      {0.25, 1, 256},
+                          {-3e9, 5e9, 4500},  {900, 960, 1},        {500, -500, 64},
+                          {kNan, 1, 16},      {0, kNan, 16},        {-kInfinity, kInfinity, 16},
+                          {0, kInfinity, 16}, {-1e300, 1e300, 300}, {-32768.5, 32767.25, 70001}};
+  ForEachElement([&]<typename T>(std::type_identity<T>) {
+    const auto check = [&](const Plane<T>& plane) {
+      for (Bins bins : allBins) {
+        for (const bool inverse : {false, true}) {
+          bins.inverse = inverse;
+          ASSERT_EQ((Count<T>(plane, bins)), CountPlainly(plane, bins))
+              << plane.width << " x " << plane.lines << ", " << sizeof(T) << " bytes, "
+              << bins.count << " bins from " << bins.fMin << " to " << bins.fMax;
+        }
+      }
+    };
+    check(Plane<T>(1027, 259, 0, Content::kCamera, 1));
+    check(Plane<T>(300, 35, 1, Content::kHostile, 2));
+    check(Plane<T>(3, 5000, 0, Content::kFullRange, 3));
+  });
+}
+
+TEST(Histograms, EveryShape) {
+  ForEachElement([]<typename T>(std::type_identity<T>) {
+    for (const auto& [width, lines] : SmallShapes()) {
+      const Plane<T> plane(width, lines, width % 3, Content::kCamera, 9);
+      const Bins bins{10, 2000, 300, width % 2 == 0};
+      ASSERT_EQ((Count<T>(plane, bins)), CountPlainly(plane, bins)) << width << " x " << lines;
+    }
+  });
+}
+
+TEST(Histograms, EndsOfTheRange) {
+  Plane<std::uint16_t> plane(256, 256);
+  for (std::int32_t i = 0; i < 65536; ++i)
+    plane.At(i % 256, i / 256) = static_cast<std::uint16_t>(i);
+  // Mirrored, 0 has index 256 and is not counted, 65535 is in bin 0.
+  auto counts = Count(plane, {0, 65536, 256, true});
+  EXPECT_EQ(counts[255], 256);
+  EXPECT_EQ(counts[0], 255);
+  // Values less than one bin width below fMin are truncated into bin 0.
+  counts = Count(plane, {1000, 1000 + 1024, 256});
+  EXPECT_EQ(counts[0], 4 + 3);
+  EXPECT_EQ(counts[1], 4);
+  EXPECT_EQ(counts[255], 4);
+
+  Plane<float> narrow(4, 1);
+  const float values[] = {0.0F, 0.5F, 0.999F, 1.0F};
+  for (std::int32_t x = 0; x < 4; ++x) narrow.At(x, 0) = values[x];
+  const auto few = Count(narrow, {0, 1, 256});
+  EXPECT_EQ(few[0], 3) << "a bin is never narrower than 1";
+  EXPECT_EQ(few[1], 1);
+}
+
+}  // namespace
+}  // namespace korin::kernels::test
