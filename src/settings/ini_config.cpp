@@ -13,7 +13,7 @@ namespace korin::settings {
 namespace {
 
 constexpr std::size_t kMaxFileBytes = 1 << 20;
-constexpr auto kPatience = std::chrono::seconds(1);
+constexpr auto kPatience = std::chrono::seconds(3);
 
 struct Loaded {
   std::unique_ptr<IniText> text;

@@ -102,7 +102,7 @@ TEST_F(SettingsFilePosix, HelperFilesInTheWay) {
   const auto config = Open();
   const auto start = std::chrono::steady_clock::now();
   config->WriteInt("a", "b", 3);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
   EXPECT_EQ(config->ReadInt("a", "b", 0), 3);
   EXPECT_EQ(Open()->ReadInt("a", "b", 0), 2);
   ::close(held);
