@@ -1,0 +1,243 @@
+#include <limits>
+
+#include "platform/process.h"
+#include "vm/memory_budget.h"
+#include "vm/swap_space.h"
+#include "vm/vm_test_support.h"
+
+namespace korin::test {
+namespace {
+
+constexpr std::uint64_t kMiB = 1 << 20;
+constexpr std::uint64_t kGiB = 1 << 30;
+
+struct Case {
+  const char* name;
+  std::int32_t ratio, minimum, reserved, wow64Ratio;
+  bool limitByAvailable, isWow64;
+  platform::MemoryFigures figures;
+  std::uint64_t reserve, budget;
+};
+
+TEST(MemoryBudget, FollowsTheSettingsAndTheMachine) {
+  const platform::MemoryFigures machine{16 * kGiB, 12 * kGiB, 2 * kGiB, 300 * kMiB, 4 * kGiB};
+  const auto with = [&](auto change) {
+    platform::MemoryFigures figures = machine;
+    change(figures);
+    return figures;
+  };
+  const auto small = with([](auto& f) { f.availablePhysical = kGiB; });
+  // The kernel's own memory beyond what is available or uncached.
+  const auto kernel = with([](auto& f) {
+    f.kernelTotal = 15 * kGiB;
+    f.availablePhysical = 3 * kGiB;
+  });
+  const auto odd = with([](auto& f) { f.kernelTotal = 300 * kMiB + kMiB - 1; });
+  const std::uint64_t automatic = (16 * kGiB - 300 * kMiB) * 70 / 100;
+  const Case cases[] = {
+      {"defaults", 70, 32, -1, 90, true, false, machine, 300 * kMiB, automatic},
+      {"reserve 0 is automatic", 70, 32, 0, 90, true, false, machine, 300 * kMiB, automatic},
+      {"whole MiB only", 70, 32, -1, 90, true, false, odd, 300 * kMiB, automatic},
+      {"uncached bounds the reserve", 70, 32, -1, 90, false, false, kernel, 12 * kGiB,
+       4 * kGiB * 70 / 100},
+      {"given reserve", 50, 32, 1024, 90, true, false, machine, kGiB, 15 * kGiB / 2},
+      {"available binds", 70, 32, -1, 90, true, false, small, 300 * kMiB, kGiB * 70 / 100},
+      {"available ignored", 70, 32, -1, 90, false, false, small, 300 * kMiB, automatic},
+      {"never above the machine", 300, 32, 1, 90, true, false, machine, kMiB, 16 * kGiB},
+      {"reserve above the machine", 70, 32, 20000, 90, true, false, machine, 20000 * kMiB,
+       32 * kMiB},
+      {"ratio 0: exactly the minimum", 0, 48, -1, 90, true, false, machine, 300 * kMiB, 48 * kMiB},
+      {"ratio below 0", -5, 32, -1, 90, true, false, machine, 300 * kMiB, 32 * kMiB},
+      {"minimum below 0", 0, -1, -1, 90, true, false, machine, 300 * kMiB, 0},
+      {"address space binds: no reserve", 70, 32, -1, 90, true, true, machine, 0,
+       2 * kGiB * 90 / 100},
+      {"address space does not bind", 10, 32, -1, 90, true, true, machine, 300 * kMiB,
+       (16 * kGiB - 300 * kMiB) / 10},
+      {"minimum wins over the address space", 70, 3000, -1, 90, true, true, machine, 0,
+       3000 * kMiB},
+  };
+  for (const Case& c : cases) {
+    CVmManagerConfiguration configuration;
+    configuration.MemoryRatio = c.ratio;
+    configuration.MinMemorySize = c.minimum;
+    configuration.ReservedMemory = c.reserved;
+    configuration.Wow64MemoryRatio = c.wow64Ratio;
+    configuration.AvailPhysMemory = c.limitByAvailable;
+    const auto budget = vm::ComputeMemoryBudget(configuration, c.figures, c.isWow64);
+    EXPECT_EQ(static_cast<std::uint64_t>(budget.reserve), c.reserve) << c.name;
+    EXPECT_EQ(static_cast<std::uint64_t>(budget.budget), c.budget) << c.name;
+  }
+}
+
+TEST(DiskBudget, TakesFourFifthsWithoutOverflow) {
+  EXPECT_EQ(vm::UsableBlocks(0), 0);
+  EXPECT_EQ(vm::UsableBlocks(1), 0);
+  EXPECT_EQ(vm::UsableBlocks(-3), 0);
+  EXPECT_EQ(vm::UsableBlocks(9), 7);
+  EXPECT_EQ(vm::UsableBlocks(1234567), 1234567LL * 8 / 10);
+  EXPECT_EQ(vm::UsableBlocks(std::int64_t{1} << 28), (std::int64_t{1} << 28) * 8 / 10);
+  EXPECT_EQ(vm::UsableBlocks(std::int64_t{1} << 60), std::numeric_limits<std::int32_t>::max());
+}
+
+class ConfigurationTest : public VmTest {};
+
+TEST_F(ConfigurationTest, ReadsEverySettingWithItsDefault) {
+  auto current = CVmManagerConfiguration::CurrentConfiguration();
+  EXPECT_EQ(current->BlockSize, 262144);
+  EXPECT_EQ(current->MemoryRatio, 70);
+  EXPECT_EQ(current->MinMemorySize, 32);
+  EXPECT_EQ(current->ReservedMemory, -1);
+  EXPECT_EQ(current->MaxDiskSize, 8000);
+  EXPECT_EQ(current->Wow64MemoryRatio, 90);
+  EXPECT_TRUE(current->AvailPhysMemory);
+  EXPECT_EQ(current->VMDrive, L"");
+
+  auto& writable = *m_config.operator->();
+  const char* section = "VMManager";
+  writable.WriteInt(section, "BlockSize", 64);
+  writable.WriteInt(section, "MemoryRatio", 31);
+  writable.WriteInt(section, "MinMemorySize", 0);
+  writable.WriteInt(section, "ReservedMemory", 77);
+  writable.WriteString(section, "VMDrive", L"/swap \u00e9");
+  writable.WriteInt(section, "MaxDiskSize", -9);
+  writable.WriteInt(section, "Wow64MemoryRatio", 12);
+  writable.WriteInt(section, "AvailPhysMemory", 0);
+  current = CVmManagerConfiguration::CurrentConfiguration();
+  EXPECT_EQ(current->BlockSize, 65536);
+  EXPECT_EQ(current->MemoryRatio, 31);
+  EXPECT_EQ(current->MinMemorySize, 0);
+  EXPECT_EQ(current->ReservedMemory, 77);
+  EXPECT_EQ(current->VMDrive, L"/swap \u00e9");
+  EXPECT_EQ(current->MaxDiskSize, -9);
+  EXPECT_EQ(current->Wow64MemoryRatio, 12);
+  EXPECT_FALSE(current->AvailPhysMemory);
+
+  // Negative and unrepresentable sizes; 0 is kept for the manager to replace.
+  for (const auto& [value, bytes] : {std::pair(-5, 262144), {2097152, 262144}, {0, 0}}) {
+    writable.WriteInt(section, "BlockSize", value);
+    EXPECT_EQ(CVmManagerConfiguration::CurrentConfiguration()->BlockSize, bytes) << value;
+  }
+}
+
+TEST_F(ConfigurationTest, StatusWritesThreeSettingsAndForgetsTheAcquiredMemory) {
+  auto& config = *m_config.operator->();
+  const char* section = "VMManager";
+  config.WriteInt(section, "AcquiredMemory", 5);
+  config.WriteString(section, "VMDrive", L"/old");
+  VMSTATUS status;
+  status.blockSize = 1;
+  status.memoryRatio = 44;
+  status.maximumDisk = 123456789012;
+  status.minimumMemory = 2;
+  CVmManager::WriteVmStatus(&status);
+  EXPECT_EQ(config.ReadString(section, "VMDrive", L"absent"), L"absent");
+  EXPECT_EQ(config.ReadInt(section, "AcquiredMemory", -1), -1);
+  EXPECT_EQ(config.ReadInt(section, "MemoryRatio", -1), 44);
+  EXPECT_EQ(config.ReadInt64(section, "MaxDiskSize", -1), 123456789012);
+  EXPECT_EQ(config.ReadInt(section, "BlockSize", -1), -1);
+  EXPECT_EQ(config.ReadInt(section, "MinMemorySize", -1), -1);
+  status.vmDrive = L"/new";
+  CVmManager::WriteVmStatus(&status);
+  EXPECT_EQ(config.ReadString(section, "VMDrive", L""), L"/new");
+  CVmManager::WriteVmStatus(nullptr);
+}
+
+TEST_F(ConfigurationTest, ManagerKeepsItsSettingsAndReportsThem) {
+  auto& config = *m_config.operator->();
+  config.WriteInt("VMManager", "MaxDiskSize", 3);
+  auto configuration = CVmManagerConfiguration::DefaultConfiguration();
+  configuration->MemoryRatio = 0;
+  configuration->MinMemorySize = 5;  // exactly the budget
+  configuration->BlockSize = 65536;
+  configuration->MaxDiskSize = 100;
+  configuration->VMDrive = L"/no such folder";
+  const auto manager = CVmManager::Create(std::move(configuration));
+  EXPECT_EQ(manager->GetMemoryCapacityBlocks(), 80);
+  EXPECT_EQ(config.ReadInt("VMManager", "AcquiredMemory", -1), 5);
+  // The ceiling is asked of the settings once more; the record's is only shown.
+  EXPECT_EQ(manager->GetDiskLimitBlocks(), 48);
+  EXPECT_EQ(manager->GetTotalCapacityBlocks(), 128);
+  EXPECT_EQ(manager->GetMemoryInfo().budget, 5 << 20);
+  EXPECT_EQ(manager->GetPhysicalMemory().budget, 5 << 20);
+  EXPECT_GT(manager->GetPhysicalMemory().total, 0);
+  EXPECT_EQ(manager->GetComfortableBlocks(), 20);
+  const VMSTATUS status = manager->GetStatus();
+  EXPECT_EQ(status.blockSize, 64);
+  EXPECT_EQ(status.memoryRatio, 0);
+  EXPECT_EQ(status.reservedMemory, -1);
+  EXPECT_EQ(status.minimumMemory, 5);
+  EXPECT_EQ(status.maximumDisk, 100);
+  EXPECT_GT(status.freeDisk, 0);
+  EXPECT_EQ(status.vmDrive, L"");
+  EXPECT_FALSE(status.swapFolder.empty());
+  const VMSTATUS suggested = manager->GetDefaultStatus();
+  EXPECT_EQ(suggested.blockSize, 256);
+  EXPECT_EQ(suggested.memoryRatio, 70);
+  EXPECT_EQ(suggested.minimumMemory, 32);
+  EXPECT_EQ(suggested.freeDisk, 0);
+  EXPECT_EQ(suggested.swapFolder, L"");
+}
+
+TEST_F(ConfigurationTest, VolumesAndLimitsBoundTheSwapFile) {
+  const auto create = [](std::int32_t blockSize, std::wstring drive = L"") {
+    auto configuration = CVmManagerConfiguration::DefaultConfiguration();
+    configuration->BlockSize = blockSize;
+    configuration->MemoryRatio = 0;
+    configuration->VMDrive = std::move(drive);
+    return CVmManager::Create(std::move(configuration));
+  };
+  platform::MemoryFigures memory{kGiB, kGiB / 4, kGiB, 0, 0};
+  platform::Overrides overrides;
+  overrides.memory = &memory;
+  platform::g_overrides = &overrides;
+
+  overrides.freeBytes = 10 * 262144;
+  EXPECT_EQ(create(262144)->GetDiskLimitBlocks(), 8);
+  EXPECT_EQ(create(262144)->GetStatus().freeDisk, 2);
+  EXPECT_EQ(create(0)->GetBlockSize(), 262144);
+  overrides.freeBytes = 262144;  // four fifths of one block are none
+  const auto without = create(262144);
+  EXPECT_EQ(without->GetDiskLimitBlocks(), 0);
+  EXPECT_EQ(without->GetStatus().freeDisk, 0);
+  overrides.freeBytes = std::int64_t{1} << 50;
+  EXPECT_EQ(create(262144)->GetDiskLimitBlocks(), 32000);
+  EXPECT_EQ(create(262144)->GetDefaultStatus().maximumDisk, 8000);
+  overrides.fileSizeLimit = 5 * 262144 + 1;
+  EXPECT_EQ(create(262144)->GetDiskLimitBlocks(), 5);
+  overrides.fileSizeLimit = -1;
+
+  // A RAM disk is memory that must be there.
+  overrides.volumeKind = 6;
+  EXPECT_EQ(create(262144)->GetDiskLimitBlocks(), 1024 * 8 / 10);
+  const std::wstring folder = create(4096)->GetStatus().swapFolder;
+  EXPECT_EQ(create(4096, folder)->GetStatus().vmDrive, folder);
+  for (const int refused : {0, 1, 2, 4, 5}) {
+    overrides.volumeKind = refused;
+    EXPECT_EQ(create(4096, folder)->GetStatus().vmDrive, L"") << refused;
+  }
+
+  overrides.isWow64 = 1;
+  memory.availableVirtual = 40 << 20;
+  auto configuration = CVmManagerConfiguration::DefaultConfiguration();
+  const auto crowded = CVmManager::Create(std::move(configuration));
+  EXPECT_EQ(crowded->GetMemoryInfo().reserve, 0);
+  EXPECT_EQ(crowded->GetMemoryInfo().budget, (40 << 20) / 10 * 9);
+}
+
+TEST_F(ConfigurationTest, NumberedFoldersTakeTheFirstFreeName) {
+  const auto root = std::filesystem::temp_directory_path() /
+                    ("korin-numbered-" + std::to_string(platform::ProcessId()));
+  std::filesystem::create_directories(root / "~QV.000");
+  EXPECT_EQ(vm::MakeNumberedFolder(root / "~QV", "D:").filename(), "~QV.001");
+  EXPECT_EQ(vm::MakeNumberedFolder(root / "~QV", "D:").filename(), "~QV.002");
+  try {
+    vm::MakeNumberedFolder(root / "none" / "~QV", "D:");
+    ADD_FAILURE() << "there is no folder to make them in";
+  } catch (const std::runtime_error& error) {
+    EXPECT_STREQ(error.what(), "Disk full: D:");
+  }
+  std::filesystem::remove_all(root);
+}
+
+}  // namespace
+}  // namespace korin::test

@@ -1,0 +1,309 @@
+// Swap files as other processes see them: who may read them, what a killed process
+// leaves and what a sweep takes.
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/file.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <set>
+
+#include "platform/swap_file.h"
+#include "platform/swap_sweep.h"
+#include "platform/text.h"
+#include "platform/volume.h"
+#include "vm/vm_test_support.h"
+
+namespace korin::test {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::Call;
+using platform::Fault;
+using platform::SwapFile;
+using platform::SweepSwapFiles;
+
+// A temporary folder of the test's own, which managers use as theirs.
+class SwapSweepTest : public VmTest {
+ protected:
+  SwapSweepTest() {
+    std::string name = (fs::temp_directory_path() / "korin-sweep-XXXXXX").string();
+    m_folder = mkdtemp(name.data());
+    const char* before = std::getenv("TMPDIR");
+    if (before != nullptr) m_before = before;
+    setenv("TMPDIR", m_folder.c_str(), 1);
+  }
+  ~SwapSweepTest() override {
+    m_before.empty() ? unsetenv("TMPDIR") : setenv("TMPDIR", m_before.c_str(), 1);
+    fs::remove_all(m_folder);
+  }
+
+  std::set<std::string> Names() const {
+    std::set<std::string> names;
+    for (const auto& entry : fs::directory_iterator(m_folder)) {
+      names.insert(entry.path().filename().string());
+    }
+    return names;
+  }
+  fs::path Touch(const std::string& name) const {
+    std::ofstream(m_folder / name) << "x";
+    return m_folder / name;
+  }
+
+  // Runs `work` in a child and returns its exit code.
+  static int InChild(const std::function<int()>& work) {
+    const pid_t child = fork();
+    if (child == 0) _exit(work());
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  fs::path m_folder;
+  std::string m_before;
+};
+
+TEST_F(SwapSweepTest, SwapFilesArePrivateLockedAndGoOnClose) {
+  SwapFile file;
+  ASSERT_TRUE(file.Create(m_folder));
+  const std::string name = file.Path().filename().string();
+  EXPECT_EQ(Names(), std::set<std::string>{name});
+  EXPECT_EQ(platform::ClassifySwapName(name), platform::SwapName::kFile);
+  EXPECT_TRUE(std::all_of(name.begin() + 3, name.end() - 4, [](char c) {
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'F');
+  })) << name;
+  struct stat info {};
+  stat(file.Path().c_str(), &info);
+  EXPECT_EQ(info.st_mode & 07777, 0600U);
+  const int other = open(file.Path().c_str(), O_RDONLY | O_CLOEXEC);
+  EXPECT_NE(flock(other, LOCK_EX | LOCK_NB), 0);
+  close(other);
+  // Space is really there, not promised.
+  ASSERT_TRUE(file.SetSize(1 << 20));
+  stat(file.Path().c_str(), &info);
+  EXPECT_GE(info.st_blocks * 512, 1 << 20);
+  file.Close();
+  EXPECT_TRUE(Names().empty());
+
+  // Someone else's file of the same name stays.
+  ASSERT_TRUE(file.Create(m_folder));
+  fs::rename(file.Path(), m_folder / "moved");
+  std::ofstream(file.Path()) << "not mine";
+  const fs::path path = file.Path();
+  file.Close();
+  EXPECT_TRUE(fs::exists(path));
+  EXPECT_TRUE(fs::exists(m_folder / "moved"));
+}
+
+TEST_F(SwapSweepTest, CreationFailsCleanly) {
+  {
+    const FaultAt at(1, Fault::kNoSpace, true, {Call::kOpenFile});
+    SwapFile file;
+    EXPECT_FALSE(file.Create(m_folder));
+  }
+  EXPECT_TRUE(Names().empty());
+  const FaultAt at(1, Fault::kIoError, true, {Call::kOpenFile});
+  const auto manager = CVmManager::Create(CVmManagerConfiguration::DefaultConfiguration());
+  EXPECT_EQ(manager->GetDiskLimitBlocks(), 0);
+  EXPECT_EQ(manager->GetStatus().freeDisk, 0);
+}
+
+TEST_F(SwapSweepTest, NamesAreComparedWhole) {
+  using platform::ClassifySwapName;
+  using platform::SwapName;
+  for (const char* name : {"~QV1.tmp", "~QVABCD.tmp", "~QV_VMIMAGE.tmp", "~QV..tmp", "~QV.0.tmp"}) {
+    EXPECT_EQ(ClassifySwapName(name), SwapName::kFile) << name;
+  }
+  for (const char* name : {"~QV.000", "~QV.999", "~QV.tmp", "~QV.anything at all"}) {
+    EXPECT_EQ(ClassifySwapName(name), SwapName::kFolder) << name;
+  }
+  for (const char* name : {"~QV", "~QV.", "~QVAB.TMP", "~QV1.tmp.bak", "x~QV1.tmp", "~qv1.tmp", "",
+                           "~QV1\n.tmp", "~QV.\n"}) {
+    EXPECT_EQ(ClassifySwapName(name), SwapName::kOther) << name;
+  }
+}
+
+TEST_F(SwapSweepTest, ASweepTakesLeftoversAndSparesTheRest) {
+  Touch("~QV1.tmp");
+  Touch("~QV.tmp");
+  Touch("~QV2.tmp.bak");
+  Touch("other.tmp");
+  Touch("~QV\xff\xfe.tmp");  // no valid text
+  fs::create_directory(m_folder / "~QVfolder.tmp");
+  fs::create_directory(m_folder / "~QVfull.tmp");
+  Touch("~QVfull.tmp/kept");
+  // Links go themselves; what they point to stays.
+  const fs::path target = Touch("target");
+  fs::create_directory(m_folder / "folder");
+  Touch("folder/inside");
+  fs::create_symlink(target, m_folder / "~QV3.tmp");
+  fs::create_directory_symlink(m_folder / "folder", m_folder / "~QV.link");
+  // Folders with all that is in them, nothing that is only linked from them.
+  fs::create_directories(m_folder / "~QV.000" / "deep" / "deeper");
+  Touch("~QV.000/~QV4.tmp");
+  Touch("~QV.000/deep/file");
+  fs::create_directory_symlink(m_folder / "folder", m_folder / "~QV.000" / "deep" / "link");
+  // A pipe must neither block the sweep nor go.
+  mkfifo((m_folder / "~QV5.tmp").c_str(), 0600);
+  // What somebody holds, shared or not; in a folder it keeps the folder.
+  const fs::path held = Touch("~QV_VMIMAGE.tmp");
+  const int shared = open(held.c_str(), O_RDONLY | O_CLOEXEC);
+  flock(shared, LOCK_SH);
+  fs::create_directory(m_folder / "~QV.001");
+  SwapFile inFolder;
+  ASSERT_TRUE(inFolder.Create(m_folder / "~QV.001"));
+  Touch("~QV.001/~QV6.tmp");
+  if (geteuid() == 0) {
+    const fs::path foreign = Touch("~QV7.tmp");
+    ASSERT_EQ(chown(foreign.c_str(), 12345, 12345), 0);
+  }
+
+  SweepSwapFiles(m_folder);
+  std::set<std::string> left = {"~QV2.tmp.bak", "other.tmp", "~QVfull.tmp", "target",
+                                "folder",       "~QV5.tmp",  "~QV.001",     "~QV_VMIMAGE.tmp"};
+  if (geteuid() == 0) left.insert("~QV7.tmp");
+  EXPECT_EQ(Names(), left);
+  EXPECT_TRUE(fs::exists(m_folder / "folder" / "inside"));
+  EXPECT_TRUE(fs::exists(m_folder / "~QV.001" / "~QV6.tmp"));
+
+  close(shared);
+  inFolder.Close();
+  SweepSwapFiles(m_folder);
+  EXPECT_FALSE(fs::exists(m_folder / "~QV.001"));
+  EXPECT_FALSE(fs::exists(held));
+  SweepSwapFiles(m_folder / "none");
+
+  // Failing calls are skipped.
+  for (const Call call : {Call::kOpenFile, Call::kLockFile, Call::kRemoveFile}) {
+    Touch("~QV1.tmp");
+    const FaultAt at(1, Fault::kIoError, true, {call});
+    SweepSwapFiles(m_folder);
+    EXPECT_TRUE(fs::exists(m_folder / "~QV1.tmp"));
+  }
+}
+
+TEST_F(SwapSweepTest, ManagersRemoveWhatAKilledProcessLeftAndNothingThatLives) {
+  const auto first = CreateManagerForTest(kBlock, 2, 50);
+  CVmImage image(first, 8, kBlock, 6, 1, nullptr);
+  ASSERT_TRUE(FillPattern(image, 1));
+  const auto living = Names();
+  ASSERT_EQ(living.size(), 1U);
+
+  // Children that page hard are killed at any moment.
+  for (int round = 0; round < 12; ++round) {
+    const pid_t child = fork();
+    if (child == 0) {
+      for (;;) {
+        const auto manager = CreateManagerForTest(kBlock, 2, 50);
+        CVmImage busy(manager, 8, kBlock, 9, 1, nullptr);
+        for (int i = 0; i < 50; ++i) FillPattern(busy, 2);
+      }
+    }
+    usleep(static_cast<useconds_t>(2000 + round * 3000));
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    const auto second = CreateManagerForTest(kBlock, 2, 50);
+    const auto names = Names();
+    EXPECT_EQ(names.size(), 2U);
+    EXPECT_TRUE(std::includes(names.begin(), names.end(), living.begin(), living.end()));
+  }
+  CVmManager::DeleteAllSwapFiles(nullptr);
+  EXPECT_EQ(Names(), living);
+  EXPECT_TRUE(HasPattern(image, 1));
+}
+
+TEST_F(SwapSweepTest, AForkedChildNeitherUsesNorRemovesTheFile) {
+  auto manager = CreateManagerForTest(kBlock, 2, 50);
+  auto image = std::make_unique<CVmImage>(manager, 8, kBlock, 6, 1, nullptr);
+  ASSERT_TRUE(FillPattern(*image, 1));
+  const int code = InChild([&] {
+    int wrong = 0;
+    for (std::int64_t i = 0; i < 6; ++i) {
+      const bool resident = image->GetVmHandle()->GetType(i) == CVmBlock::Type::Memory;
+      const bool came = image->GetBlockOnMemory(i, true) != nullptr;
+      wrong += resident == came ? 0 : 1;
+    }
+    image.reset();
+    manager.reset();
+    return wrong;
+  });
+  EXPECT_EQ(code, 0);
+  EXPECT_EQ(Names().size(), 1U);
+  EXPECT_TRUE(HasPattern(*image, 1));
+}
+
+TEST_F(SwapSweepTest, TheConfiguredFolderIsUsedAndSwept) {
+  // Its names need not be text.
+  const fs::path folder = m_folder / "swap \xff\xc3\xa9";
+  fs::create_directory(folder);
+  std::ofstream(folder / "~QVOLD.tmp") << "x";
+  const auto create = [&](int kind) {
+    platform::Overrides overrides;
+    overrides.volumeKind = kind;
+    platform::g_overrides = &overrides;
+    auto configuration = CVmManagerConfiguration::DefaultConfiguration();
+    configuration->VMDrive = platform::PathToWide(folder);
+    auto manager = CVmManager::Create(std::move(configuration));
+    platform::g_overrides = nullptr;
+    return manager;
+  };
+  {
+    const auto refused = create(4);
+    EXPECT_EQ(refused->GetStatus().swapFolder, platform::PathToWide(m_folder));
+    EXPECT_TRUE(fs::exists(folder / "~QVOLD.tmp"));  // never entered
+  }
+  const auto manager = create(3);
+  EXPECT_EQ(platform::WideToPath(manager->GetStatus().swapFolder), folder);
+  EXPECT_FALSE(fs::exists(folder / "~QVOLD.tmp"));
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder), fs::directory_iterator()), 1);
+}
+
+TEST_F(SwapSweepTest, MissingTemporaryFoldersAndFreeSpaceAreErrors) {
+  {
+    const FaultAt at(1, Fault::kIoError, true, {Call::kQueryVolume});
+    EXPECT_THROW(CVmManager::Create(nullptr), fs::filesystem_error);
+  }
+  setenv("TMPDIR", (m_folder / "none").c_str(), 1);
+  EXPECT_THROW(CVmManager::Create(nullptr), fs::filesystem_error);
+  CVmManager::DeleteAllSwapFiles(nullptr);
+  EXPECT_EQ(platform::GetVolumeKind(m_folder / "none"), platform::VolumeKind::kMissing);
+}
+
+TEST_F(SwapSweepTest, AFullVolumeIsAnErrorAndNoDamage) {
+  const fs::path disk = m_folder / "disk";
+  fs::create_directory(disk);
+  if (mount("none", disk.c_str(), "tmpfs", 0, "size=256k") != 0) {
+    GTEST_SKIP() << "mounting a small file system is not allowed here";
+  }
+  vm::ManagerSeams seams;
+  seams.swap = [&](const fs::path&) { return CVmVirtualMemory::Create(disk); };
+  {
+    // The limit promises more than the 64 blocks of the disk.
+    const auto manager = CreateManagerForTest(kBlock, 2, 1000, seams);
+    CVmImage image(manager, 8, kBlock, 40, 1, nullptr);
+    ASSERT_TRUE(FillPattern(image, 1));
+    CVmImage other(manager, 8, kBlock, 10, 1, nullptr);
+    ASSERT_TRUE(FillPattern(other, 2));
+    for (int round = 0; round < 3; ++round) {
+      std::shared_ptr<CVmHandle> handle;
+      manager->AllocHandle(handle, 30, nullptr);
+      EXPECT_EQ(handle, nullptr);
+      ASSERT_TRUE(HasPattern(image, 1));
+      ASSERT_TRUE(HasPattern(other, 2));
+      EXPECT_EQ(manager->Inspect().fault, "");
+    }
+    // What a failed allocation had grown the file by serves the next one.
+    CVmImage again(manager, 8, kBlock, 8, 1, nullptr);
+    ASSERT_TRUE(FillPattern(again, 3));
+    EXPECT_TRUE(HasPattern(again, 3) && HasPattern(image, 1) && HasPattern(other, 2));
+  }
+  umount2(disk.c_str(), MNT_DETACH);
+}
+
+}  // namespace
+}  // namespace korin::test
