@@ -14,7 +14,14 @@ math(EXPR korin_halide_bits "8 * ${CMAKE_SIZEOF_VOID_P}")
 set(KORIN_HALIDE_PREFIX "x86-${korin_halide_bits}-${korin_halide_system}" CACHE STRING
   "Target the kernels are generated for: x86-64-linux, x86-32-linux, x86-64-windows, x86-32-windows")
 
-if(CMAKE_CROSSCOMPILING AND KORIN_HOST_GENERATORS)
+# Pipelines depend on no compiler flag: a build with sanitizers can take them from
+# another build of the same checkout for the same target.
+set(KORIN_PREBUILT_KERNELS "" CACHE PATH
+  "Build directory for the same target whose finished pipelines are used; empty: make them")
+
+if(KORIN_PREBUILT_KERNELS)
+  find_package(HalideHelpers 14 REQUIRED)
+elseif(CMAKE_CROSSCOMPILING AND KORIN_HOST_GENERATORS)
   # Halide's own files of this machine, as the build that made the generators found them.
   load_cache(${KORIN_HOST_GENERATORS} READ_WITH_PREFIX korin_host_ HalideHelpers_DIR)
   find_package(HalideHelpers 14 REQUIRED PATHS ${korin_host_HalideHelpers_DIR}
@@ -26,7 +33,7 @@ endif()
 
 # korin_kernel_family(FAMILY SOURCE): the generator of one family.
 function(korin_kernel_family family)
-  if(NOT TARGET KorinImage::halide_generators::${family}.generator)
+  if(NOT KORIN_PREBUILT_KERNELS AND NOT TARGET KorinImage::halide_generators::${family}.generator)
     add_halide_generator(${family}.generator SOURCES ${ARGN})
     # A generator is a tool: its speed never matters, the time to build it does.
     target_compile_options(${family}.generator PRIVATE -O0)
@@ -44,11 +51,21 @@ function(korin_kernel name family)
   else()
     set_property(GLOBAL PROPERTY KORIN_KERNEL_RUNTIME ${name}.runtime)
   endif()
+  set_property(GLOBAL APPEND PROPERTY KORIN_KERNELS ${name})
+  if(KORIN_PREBUILT_KERNELS)
+    set(made ${KORIN_PREBUILT_KERNELS}/src/kernels)
+    add_library(${name} INTERFACE)
+    target_link_libraries(${name} INTERFACE ${made}/lib${name}.a)
+    if(NOT runtime)
+      add_library(${name}.runtime INTERFACE)
+      target_link_libraries(${name}.runtime INTERFACE ${made}/lib${name}.runtime.a ${CMAKE_DL_LIBS})
+    endif()
+    return()
+  endif()
   string(REGEX REPLACE "^histogram_inverse$" "histogram" generator ${family})
   add_halide_library(${name} FROM ${generator}.generator GENERATOR ${generator}
     TARGETS ${KORIN_HALIDE_PREFIX}-avx-sse41 ${KORIN_HALIDE_PREFIX}-sse41
     ${runtime} PARAMS ${ARGN})
-  set_property(GLOBAL APPEND PROPERTY KORIN_KERNELS ${name})
 endfunction()
 
 # korin_kernel_catalogue(): every pipeline, as operations x element types.
@@ -104,5 +121,11 @@ function(korin_kernel_catalogue)
     CONTENT "#pragma once\n\n${includes}" @ONLY)
   add_library(korin_pipelines INTERFACE)
   target_link_libraries(korin_pipelines INTERFACE ${kernels})
+  if(KORIN_PREBUILT_KERNELS)
+    get_property(runtime GLOBAL PROPERTY KORIN_KERNEL_RUNTIME)
+    target_link_libraries(korin_pipelines INTERFACE ${runtime} Halide::Runtime)
+    target_include_directories(korin_pipelines SYSTEM INTERFACE
+      ${KORIN_PREBUILT_KERNELS}/src/kernels)
+  endif()
   target_include_directories(korin_pipelines SYSTEM INTERFACE ${CMAKE_CURRENT_BINARY_DIR})
 endfunction()
