@@ -23,11 +23,16 @@ struct HistogramOptions {
   int bins = 256;
   std::optional<double> min;
   std::optional<double> max;
+  std::optional<double> percent;
   bool linear = false;
   bool json = false;
 };
 
 std::optional<Bounds> GivenBounds(const HistogramOptions& options, CImage& image, int plane) {
+  if (options.percent) {
+    const Bounds bounds = MeasurePercentile(image, plane, *options.percent);
+    if (bounds.min < bounds.max) return bounds;
+  }
   if (!options.min && !options.max) return std::nullopt;
   Bounds bounds = options.min && options.max ? Bounds{} : MeasureBounds(image, plane);
   if (options.min) bounds.min = *options.min;
@@ -100,10 +105,20 @@ void AddHistogramCommand(CLI::App& app, Session& session) {
   command->add_option("--plane", options->plane, "One plane only, counted from 0")
       ->type_name("N")
       ->check(CLI::NonNegativeNumber);
-  command->add_option("--min", options->min, "Lowest value counted (default: the lowest there is)")
-      ->type_name("VALUE");
-  command->add_option("--max", options->max, "Upper end of the range (default: the highest value)")
-      ->type_name("VALUE");
+  auto* min =
+      command->add_option("--min", options->min, "Lowest value counted (default: the lowest one)")
+          ->type_name("VALUE");
+  auto* max =
+      command
+          ->add_option("--max", options->max, "Upper end of the range (default: the highest one)")
+          ->type_name("VALUE");
+  command
+      ->add_option("--percentile", options->percent,
+                   "Only the range that the middle PERCENT of the pixels lie in")
+      ->type_name("PERCENT")
+      ->check(CLI::Range(0.001, 100.0))
+      ->excludes(min)
+      ->excludes(max);
   command->add_flag("--linear", options->linear, "Linear bars instead of logarithmic ones");
   command->add_option("--png", options->png, "Draw it into a PNG file as well")
       ->type_name("OUT.png");
