@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <exception>
 #include <limits>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "kernels/runtime_setup.h"
+#include "platform/keeper.h"
 
 #if defined(__SANITIZE_THREAD__)
 #define KORIN_THREAD_SANITIZER 1
@@ -59,11 +61,49 @@ int RunOnPool(void* userContext, halide_task_t task, int first, int count, std::
 constexpr halide_do_par_for_t RunOnPool = halide_default_do_par_for;
 #endif
 
+// The pool may be ended only while no loop runs on it. `kEnding` stands in place of
+// their number meanwhile.
+constexpr int kEnding = -1;
+std::atomic<int> g_loopsInPool{0};
+std::atomic<unsigned> g_loopsBegun{0};
+std::atomic<bool> g_keeperAsked{false};
+
+bool TryEndPool() {
+  int none = 0;
+  if (!g_loopsInPool.compare_exchange_strong(none, kEnding)) return false;
+  halide_shutdown_thread_pool();
+  return true;
+}
+
+// Ends the pool when it has been idle for a while.
+void KeepPool() {
+  for (;;) {
+    const unsigned seen = g_loopsBegun;
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    if (g_loopsBegun == seen && TryEndPool()) break;
+  }
+  g_keeperAsked = false;
+  g_loopsInPool = 0;
+}
+
+// False while the pool is being ended.
+bool EnterPool() {
+  int loops = g_loopsInPool;
+  do {
+    if (loops == kEnding) return false;
+  } while (!g_loopsInPool.compare_exchange_weak(loops, loops + 1));
+  ++g_loopsBegun;
+  if (!g_keeperAsked.exchange(true)) platform::StartKeeper(KeepPool);
+  return true;
+}
+
 // A loop of one step, or with one thread to run on, never sees the pool: its
 // queue and its sleeping threads cost more than a small buffer's work.
 int RunLoop(void* userContext, halide_task_t task, int first, int count, std::uint8_t* closure) {
-  if (count > 1 && g_threads.load(std::memory_order_relaxed) > 1) {
-    return RunOnPool(userContext, task, first, count, closure);
+  if (count > 1 && g_threads.load(std::memory_order_relaxed) > 1 && EnterPool()) {
+    const int code = RunOnPool(userContext, task, first, count, closure);
+    --g_loopsInPool;
+    return code;
   }
   for (int i = first; i < first + count; ++i) {
     if (const int code = task(userContext, i, closure); code != 0) return code;
@@ -127,9 +167,10 @@ void SetThreadCount(int threads) {
   const int wanted = threads > 0 ? std::min(threads, kMostThreads) : DefaultThreadCount();
   if (wanted == g_threads) return;
   // A pool that runs never shrinks: the next loop starts a new one.
-  halide_shutdown_thread_pool();
+  while (!TryEndPool()) std::this_thread::yield();
   halide_set_num_threads(wanted);
   g_threads = wanted;
+  g_loopsInPool = 0;
 }
 
 int GetThreadCount() {

@@ -121,8 +121,8 @@ void CVmManagerImpl::FreeSlot(std::int64_t slot, std::int64_t size) noexcept {
 bool CVmManagerImpl::ReuseSlot(std::int64_t slot, std::int64_t size) {
   if (size * m_nBlockSize >= kWorthDiscarding &&
       !m_pSwap->Reserve(slot * m_nBlockSize, size * m_nBlockSize)) {
-    korin::vm::LastPagingFailure() = {"the swap file cannot be used: " + m_pSwap->GetError(),
-                                      AllocationFigures{size * m_nBlockSize, -1, -1}};
+    korin::vm::LastPagingFailure().Set("the swap file cannot be used: " + m_pSwap->GetError(),
+                                       AllocationFigures{size * m_nBlockSize, -1, -1});
     return false;
   }
   m_slots.TakeFree(slot);
@@ -155,9 +155,9 @@ bool CVmManagerImpl::Transfer(bool write, std::int64_t slot, Record& record) {
     moved = write ? m_pSwap->Write(bytes + at, size) : m_pSwap->Read(bytes + at, size);
   }
   if (moved) return true;
-  korin::vm::LastPagingFailure() = {std::string("a block of ") + std::to_string(record.bytes) +
-                                        " bytes cannot be " + (write ? "written: " : "read: ") +
-                                        (m_pSwap ? m_pSwap->GetError() : "no swap file"),
-                                    AllocationFigures{record.bytes, -1, -1}};
+  korin::vm::LastPagingFailure().Set(std::string("a block of ") + std::to_string(record.bytes) +
+                                         " bytes cannot be " + (write ? "written: " : "read: ") +
+                                         (m_pSwap ? m_pSwap->GetError() : "no swap file"),
+                                     AllocationFigures{record.bytes, -1, -1});
   return false;
 }

@@ -1,7 +1,7 @@
 #include "vm/paging_lock.h"
 
+#include <type_traits>
 #include <utility>
-#include <vector>
 
 #include "platform/process.h"
 
@@ -10,17 +10,6 @@ namespace korin::vm {
 namespace {
 
 thread_local PagingLock* t_innermost = nullptr;
-thread_local bool t_hasLines = false;
-
-std::vector<std::string>& Lines() {
-  thread_local std::vector<std::string> lines;
-  return lines;
-}
-
-void WriteLines() {
-  t_hasLines = false;
-  for (const std::string& line : std::exchange(Lines(), {})) platform::WriteErrorLine(line);
-}
 
 }  // namespace
 
@@ -32,7 +21,7 @@ PagingLock::PagingLock(std::recursive_mutex& mutex) : m_mutex(mutex) {
 PagingLock::~PagingLock() {
   t_innermost = m_outer;
   m_mutex.unlock();
-  if (m_outer == nullptr && t_hasLines) WriteLines();
+  for (const std::string& line : m_lines) platform::WriteErrorLine(line);
 }
 
 bool PagingLock::Wait(std::condition_variable_any& signal,
@@ -48,10 +37,13 @@ bool PagingLock::Wait(std::condition_variable_any& signal,
 }
 
 void PagingLock::Say(std::string line) {
-  Lines().push_back(std::move(line));
-  t_hasLines = true;
-  if (t_innermost == nullptr) WriteLines();
+  PagingLock* outermost = t_innermost;
+  if (outermost == nullptr) return platform::WriteErrorLine(line);
+  while (outermost->m_outer != nullptr) outermost = outermost->m_outer;
+  outermost->m_lines.push_back(std::move(line));
 }
+
+static_assert(std::is_trivially_destructible_v<PagingFailure>);
 
 PagingFailure& LastPagingFailure() {
   thread_local PagingFailure failure;

@@ -2,8 +2,11 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <mutex>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "korinimage/exceptions.h"
 #include "korinimage/export.h"
@@ -31,13 +34,37 @@ class KORINIMAGE_API PagingLock {
  private:
   std::recursive_mutex& m_mutex;
   PagingLock* m_outer;
+  std::vector<std::string> m_lines;  // of the outermost lock
+};
+
+// A text of bounded length that needs no destructor: one that belongs to a thread
+// would keep the library loaded, or be left behind, when it is unloaded before the
+// thread ends. What is too long is cut.
+class FailureText {
+ public:
+  FailureText& operator=(std::string_view text) {
+    m_size = text.copy(m_bytes, sizeof m_bytes);
+    return *this;
+  }
+  void clear() { m_size = 0; }
+  bool empty() const { return m_size == 0; }
+  std::string str() const { return std::string(m_bytes, m_size); }
+
+ private:
+  std::size_t m_size = 0;
+  char m_bytes[600] = {};
 };
 
 // Why the thread's last paging call failed, for the message of an exception. Empty
 // when it did not, or when the manager is not the library's own.
 struct PagingFailure {
-  std::string text;
+  FailureText text;
   AllocationFigures figures;
+
+  void Set(std::string_view what, const AllocationFigures& amounts) {
+    text = what;
+    figures = amounts;
+  }
 };
 KORINIMAGE_API PagingFailure& LastPagingFailure();
 

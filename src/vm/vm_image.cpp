@@ -26,7 +26,7 @@ namespace {
 CVmMemoryAllocationError PagingError(const std::string& what) {
   const auto& failure = LastPagingFailure();
   if (failure.text.empty()) return CVmMemoryAllocationError(what);
-  return CVmMemoryAllocationError(what + ": " + failure.text, failure.figures);
+  return CVmMemoryAllocationError(what + ": " + failure.text.str(), failure.figures);
 }
 
 std::string ShapeText(std::int64_t width, std::int64_t height, std::int64_t planes) {

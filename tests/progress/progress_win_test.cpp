@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "progress/test_window.h"
+#include "support/system.h"
 
 namespace korin {
 namespace {
@@ -170,8 +171,13 @@ TEST_F(ProgressWinTest, EscapeIsBounded) {
   PostWindowMessage(self, kProgress, 1, 0);
   const auto sink = ProgressWin::Create(self, nullptr, true);
   EXPECT_FALSE(sink->escape());
-  EXPECT_EQ(window.log.size(), 3U) << "one paint, two reports";
-  EXPECT_EQ(TakeAll().size(), 5U) << "two reports, two keys, one paint";
+  if (test::kWindows) {  // nobody tells how many waited at the start
+    EXPECT_EQ(window.log.size(), 10'001U) << "one paint, the bound of reports";
+  } else {
+    EXPECT_EQ(window.log.size(), 3U) << "one paint, two reports";
+    EXPECT_EQ(TakeAll().size(), 5U) << "two reports, two keys, one paint";
+  }
+  TakeAll();
 
   std::vector<std::unique_ptr<TestWindow>> many;
   for (int i = 0; i < 70; ++i) {

@@ -1,0 +1,7 @@
+#include "platform/keeper.h"
+
+namespace korin::platform {
+
+bool StartKeeper(void (*)()) noexcept { return false; }
+
+}  // namespace korin::platform
