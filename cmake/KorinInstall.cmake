@@ -29,6 +29,8 @@ install(FILES ${PROJECT_BINARY_DIR}/KorinImageConfig.cmake
               ${PROJECT_BINARY_DIR}/KorinImageConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/KorinImage)
 
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_INCLUDEDIR
+  BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig OUTPUT_VARIABLE KORIN_PC_INCLUDE)
 configure_file(${PROJECT_SOURCE_DIR}/cmake/korinimage.pc.in
   ${PROJECT_BINARY_DIR}/korinimage.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/korinimage.pc
