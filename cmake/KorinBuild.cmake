@@ -22,6 +22,10 @@ target_include_directories(korin_flags INTERFACE
 target_compile_options(korin_flags INTERFACE -ffp-contract=off)
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   target_compile_options(korin_flags INTERFACE -msse2 -mfpmath=sse)
+  if(NOT WIN32)
+    # Files beyond 2 GiB and times beyond 2038.
+    target_compile_definitions(korin_flags INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+  endif()
 endif()
 target_compile_options(korin_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor

@@ -69,7 +69,7 @@ copy_headers() {
   cp -r /usr/include/CLI /usr/include/fmt /usr/include/SimpleIni.h "$include/"
 }
 
-# The DLLs that every program of the compiler needs, where wine-run.sh looks.
+# The DLLs that every program of the compiler needs; the toolchain puts them beside it.
 copy_runtime() {
   local target=$1 cpu=$2 unwinder=$3 bin=$deps/$1/bin
   mkdir -p "$bin"
@@ -96,7 +96,13 @@ unpack_source() {
     # An index that cannot be had is of no importance as long as the package is found.
     apt-get "${options[@]}" update -q >"$apt/update.log" 2>&1 || true
   fi
-  (cd "$apt" && apt-get "${options[@]}" source -q --download-only "$1" >"$apt/$1.log" 2>&1)
+  # The newest version, or where a mirror lacks that, the release's own.
+  (cd "$apt" && rm -f "$1"_* && for version in "$1" "$1/$(. /etc/os-release; echo "$VERSION_CODENAME")"; do
+    apt-get "${options[@]}" source -q --download-only "$version" && exit 0
+  done; exit 1) >"$apt/$1.log" 2>&1 || {
+    tail -n 5 "$apt/$1.log" >&2
+    exit 1
+  }
   rm -rf "$deps/source/$1"
   (cd "$apt" && dpkg-source --no-check -x "$1"_*.dsc "$deps/source/$1" >>"$apt/$1.log" 2>&1)
 }

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Runs one Windows program, 64- or 32-bit, under Wine with a prefix of its own below
-# build/deps (see cross-deps.sh).
+# build/deps (see cross-deps.sh). Its DLLs lie beside it.
 #   scripts/wine-run.sh PROGRAM [ARGUMENT...]
 set -euo pipefail
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
@@ -22,24 +22,9 @@ unset DISPLAY WAYLAND_DISPLAY
   if [ ! -e "$WINEPREFIX/.ready" ]; then
     rm -rf "$WINEPREFIX"
     "$WINELOADER" wineboot --init 9>&- >/dev/null 2>&1
-    # 32-bit programs need this DLL of Wine's, which Debian packs elsewhere.
     "$(dirname "$WINELOADER")/wineserver64" -w 9>&-
     touch "$WINEPREFIX/.ready"
   fi
 )
 
-# Programs of both widths want run-time DLLs of the same names: the path leads to
-# those of this program's width only.
-program=$1
-header=$(od -An -tu4 -j60 -N4 "$program" | tr -d ' ')
-machine=$(od -An -tx2 -j$((header + 4)) -N2 "$program" | tr -d ' ')
-case $machine in
-  8664) width=64 ;;
-  014c) width=32 ;;
-  *)
-    echo "$program: neither x86-64 nor x86-32" >&2
-    exit 126
-    ;;
-esac
-export WINEPATH="Z:${deps//\//\\}\\windows-x86-$width\\bin"
 exec "$WINELOADER" "$@"

@@ -10,3 +10,9 @@ set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)
+
+# The compiler's run-time DLLs beside the programs: each finds those of its width.
+file(GLOB korin_runtime_dlls ${korin_target_deps}/bin/*.dll)
+if(korin_runtime_dlls AND CMAKE_RUNTIME_OUTPUT_DIRECTORY)
+  file(COPY ${korin_runtime_dlls} DESTINATION ${CMAKE_RUNTIME_OUTPUT_DIRECTORY})
+endif()

@@ -8,8 +8,6 @@
 #include <string>
 #include <string_view>
 
-#include "korinimage/export.h"
-
 // Small files that several processes read and replace as a whole. Symbolic links to
 // such a file are followed: its target is what is read, locked and replaced. Nothing
 // throws but std::bad_alloc; every failure is an answer.
@@ -27,13 +25,13 @@ struct SmallFile {
 };
 
 // Reads a regular file of at most `limit` bytes. Never blocks on a pipe or device.
-KORINIMAGE_API SmallFile ReadSmallFile(const std::filesystem::path& file, std::size_t limit);
+SmallFile ReadSmallFile(const std::filesystem::path& file, std::size_t limit);
 
 // Held by whoever replaces a file: keeps other holders out, in this process and in
 // others, until it is destroyed or its process dies. Readers need none. It is a file
 // beside the one it protects, named like that with ".lock" behind, and removed at
 // the end.
-class KORINIMAGE_API ReplaceLock {
+class ReplaceLock {
  public:
   // Makes the folder of `file` when it is missing (for the user only), then waits up
   // to `patience` for the lock. No value: the folder cannot be written, or a holder

@@ -4,8 +4,6 @@
 #include <cstdint>
 #include <filesystem>
 
-#include "korinimage/export.h"
-
 namespace korin::platform {
 
 // A file under a fixed name in a folder that everybody may write to: one process
@@ -18,7 +16,7 @@ namespace korin::platform {
 // file is closed. In a file system without such marks the file is simply unmarked.
 //
 // Not thread safe. Nothing throws but std::bad_alloc.
-class KORINIMAGE_API ExchangeFile {
+class ExchangeFile {
  public:
   ExchangeFile() = default;
   ExchangeFile(const ExchangeFile&) = delete;

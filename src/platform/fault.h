@@ -3,8 +3,6 @@
 #include <atomic>
 #include <cstdint>
 
-#include "korinimage/export.h"
-
 // The one seam through which tests make the operating system fail. Every
 // implementation of the platform layer asks before each system call; without a
 // hook the question costs one relaxed load.
@@ -37,7 +35,7 @@ enum class Fault : std::uint8_t {
 // Called with the call about to be made, from any thread. Null: no faults.
 using FaultHook = Fault (*)(Call call);
 
-KORINIMAGE_API extern std::atomic<FaultHook> g_faultHook;
+extern std::atomic<FaultHook> g_faultHook;
 
 [[nodiscard]] inline Fault AskFault(Call call) {
   const FaultHook hook = g_faultHook.load(std::memory_order_relaxed);
@@ -57,7 +55,7 @@ struct Overrides {
 };
 
 // Null: no overrides. The object pointed to must outlive its use.
-KORINIMAGE_API extern std::atomic<const Overrides*> g_overrides;
+extern std::atomic<const Overrides*> g_overrides;
 
 [[nodiscard]] inline const Overrides& CurrentOverrides() {
   static constexpr Overrides kNone{};

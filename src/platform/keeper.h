@@ -1,7 +1,5 @@
 #pragma once
 
-#include "korinimage/export.h"
-
 namespace korin::platform {
 
 // For threads of the library's own that sleep between operations, as those of the
@@ -13,6 +11,6 @@ namespace korin::platform {
 //
 // False when no keeper runs: it cannot be started, or the system (any but Windows)
 // needs none, since threads may be waited for while a library is unloaded.
-KORINIMAGE_API bool StartKeeper(void (*body)()) noexcept;
+bool StartKeeper(void (*body)()) noexcept;
 
 }  // namespace korin::platform

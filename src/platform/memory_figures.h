@@ -3,8 +3,6 @@
 #include <cstdint>
 #include <filesystem>
 
-#include "korinimage/export.h"
-
 // Memory of the machine as this process may use it.
 namespace korin::platform {
 
@@ -19,11 +17,11 @@ struct MemoryFigures {
 };
 
 // Never throws; a figure that cannot be had falls back to a cruder one.
-KORINIMAGE_API MemoryFigures QueryMemory();
+MemoryFigures QueryMemory();
 
 #if defined(__linux__)
 // The same from a tree that holds proc/ and the mounted control groups, for tests.
-KORINIMAGE_API MemoryFigures QueryMemoryUnder(const std::filesystem::path& root);
+MemoryFigures QueryMemoryUnder(const std::filesystem::path& root);
 #endif
 
 }  // namespace korin::platform

@@ -2,28 +2,26 @@
 
 #include <cstdint>
 
-#include "korinimage/export.h"
-
 // Whole pages of private, zeroed process memory.
 namespace korin::platform {
 
 // Bytes of one page; a power of two.
-KORINIMAGE_API std::int64_t PageSize();
+std::int64_t PageSize();
 
 // `size` bytes (> 0, a multiple of the page size) of readable and writable
 // memory, all zero; null when the system refuses. Never kills the process later
 // for having promised too much where the system can refuse instead.
-KORINIMAGE_API void* MapPages(std::int64_t size);
+void* MapPages(std::int64_t size);
 
 // Gives a mapping back, whole. False when the system cannot (too many mappings):
 // the memory then stays mapped and usable.
-KORINIMAGE_API bool UnmapPages(void* address, std::int64_t size);
+bool UnmapPages(void* address, std::int64_t size);
 
 // Gives the physical memory of part of a mapping back; the part stays mapped and
 // reads as zeros. False: nothing changed.
-KORINIMAGE_API bool DiscardPages(void* address, std::int64_t size);
+bool DiscardPages(void* address, std::int64_t size);
 
 // Forbids (or allows again) every access to part of a mapping. For debug builds.
-KORINIMAGE_API bool ProtectPages(void* address, std::int64_t size, bool accessible);
+bool ProtectPages(void* address, std::int64_t size, bool accessible);
 
 }  // namespace korin::platform

@@ -3,23 +3,21 @@
 #include <cstdint>
 #include <string_view>
 
-#include "korinimage/export.h"
-
 // What the process is and may do.
 namespace korin::platform {
 
 // Differs between a process and its forked child.
-KORINIMAGE_API std::int64_t ProcessId();
+std::int64_t ProcessId();
 
 // True for a 32-bit process on a 64-bit Windows; false on every other system.
-KORINIMAGE_API bool IsWow64();
+bool IsWow64();
 
 // Bytes that one file of this process may reach; the largest value when there is
 // no limit. Writing past it would end the process.
-KORINIMAGE_API std::int64_t FileSizeLimit();
+std::int64_t FileSizeLimit();
 
 // Writes `line` and a line end to standard error in one piece, so that lines of
 // several threads and processes do not mix. Failures are ignored.
-KORINIMAGE_API void WriteErrorLine(std::string_view line) noexcept;
+void WriteErrorLine(std::string_view line) noexcept;
 
 }  // namespace korin::platform

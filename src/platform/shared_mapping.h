@@ -5,8 +5,6 @@
 #include <string>
 #include <string_view>
 
-#include "korinimage/export.h"
-
 namespace korin::platform {
 
 // A named piece of memory that processes of one user share. It lives as long as
@@ -19,7 +17,7 @@ namespace korin::platform {
 //
 // ReadAt and WriteAt may be called by several threads at once, Open and Close only
 // alone. Nothing throws but std::bad_alloc.
-class KORINIMAGE_API SharedMapping {
+class SharedMapping {
  public:
   SharedMapping() = default;
   SharedMapping(const SharedMapping&) = delete;
@@ -53,6 +51,6 @@ class KORINIMAGE_API SharedMapping {
 
 // True when some living process of this user has the object open, this one
 // included. An object that nobody holds any more is removed. Waits for nobody.
-KORINIMAGE_API bool IsSharedMappingHeld(std::string_view name) noexcept;
+bool IsSharedMappingHeld(std::string_view name) noexcept;
 
 }  // namespace korin::platform

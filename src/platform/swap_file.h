@@ -5,8 +5,6 @@
 #include <filesystem>
 #include <string>
 
-#include "korinimage/export.h"
-
 namespace korin::platform {
 
 // A file of this process alone for pixels that do not fit into memory: uniquely
@@ -15,7 +13,7 @@ namespace korin::platform {
 // fails and closing removes nothing.
 //
 // Not thread safe.
-class KORINIMAGE_API SwapFile {
+class SwapFile {
  public:
   SwapFile() = default;
   SwapFile(const SwapFile&) = delete;

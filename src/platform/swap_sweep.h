@@ -3,8 +3,6 @@
 #include <filesystem>
 #include <string_view>
 
-#include "korinimage/export.h"
-
 namespace korin::platform {
 
 // Removes what ended processes left in `folder`: swap files "~QV" + something +
@@ -12,7 +10,7 @@ namespace korin::platform {
 // a living process holds, what belongs to another user and what is neither a file
 // nor a folder; a symbolic link is removed itself and never followed. Skips every
 // failure and never throws.
-KORINIMAGE_API void SweepSwapFiles(const std::filesystem::path& folder) noexcept;
+void SweepSwapFiles(const std::filesystem::path& folder) noexcept;
 
 // The two kinds of names that a sweep takes, compared whole.
 enum class SwapName { kOther, kFile, kFolder };

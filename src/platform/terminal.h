@@ -1,17 +1,15 @@
 #pragma once
 
-#include "korinimage/export.h"
-
 // What a command may know of the terminal it runs in.
 namespace korin::platform {
 
 enum class StandardStream { kOutput, kError };
 
 // True when the stream goes to a terminal rather than to a file or pipe.
-KORINIMAGE_API bool IsTerminal(StandardStream stream) noexcept;
+bool IsTerminal(StandardStream stream) noexcept;
 
 // Width of the terminal behind the stream in columns; `fallback` when it is none or
 // does not say.
-KORINIMAGE_API int TerminalColumns(StandardStream stream, int fallback) noexcept;
+int TerminalColumns(StandardStream stream, int fallback) noexcept;
 
 }  // namespace korin::platform

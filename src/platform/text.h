@@ -6,8 +6,6 @@
 #include <string>
 #include <string_view>
 
-#include "korinimage/export.h"
-
 // Text between the forms the library meets: wide text of the interface (wchar_t
 // of any width), UTF-8 of files and terminals, UTF-16 units of the exchange
 // between processes, the process's single-byte code page of header cards, and
@@ -21,31 +19,31 @@
 namespace korin::platform {
 
 // Wide text as UTF-8.
-KORINIMAGE_API std::string ToUtf8(std::wstring_view text);
+std::string ToUtf8(std::wstring_view text);
 
 // UTF-8 as wide text. Every byte that is not part of a well-formed sequence
 // (overlong forms and encoded surrogates included) becomes U+FFFD.
-KORINIMAGE_API std::wstring FromUtf8(std::string_view text);
+std::wstring FromUtf8(std::string_view text);
 
 // Wide text as UTF-16 units, at most `maxUnits` of them; a surrogate pair that
 // would cross that limit is left out whole.
-KORINIMAGE_API std::u16string ToUtf16(
-    std::wstring_view text, std::size_t maxUnits = std::numeric_limits<std::size_t>::max());
+std::u16string ToUtf16(std::wstring_view text,
+                       std::size_t maxUnits = std::numeric_limits<std::size_t>::max());
 
 // UTF-16 units as wide text; a lone surrogate becomes U+FFFD.
-KORINIMAGE_API std::wstring FromUtf16(std::u16string_view units);
+std::wstring FromUtf16(std::u16string_view units);
 
 // Wide text converted to the process's single-byte code page (UTF-8 on POSIX),
 // cut to its first `bytes` bytes and converted back. A character that the cut
 // would split is left out; characters that the code page lacks come back as its
 // replacement ("?"). Cutting twice gives the same as cutting once. `bytes` <= 0
 // gives an empty text.
-KORINIMAGE_API std::wstring CutToColumns(std::wstring_view text, int bytes);
+std::wstring CutToColumns(std::wstring_view text, int bytes);
 
 // A native file name as wide text and back, without loss: on POSIX a byte that
 // is not part of well-formed UTF-8 becomes the lone surrogate U+DC00 + byte
 // (U+DC80 to U+DCFF), and WideToPath turns that into the byte again.
-KORINIMAGE_API std::wstring PathToWide(const std::filesystem::path& path);
-KORINIMAGE_API std::filesystem::path WideToPath(std::wstring_view text);
+std::wstring PathToWide(const std::filesystem::path& path);
+std::filesystem::path WideToPath(std::wstring_view text);
 
 }  // namespace korin::platform

@@ -1,7 +1,5 @@
 #pragma once
 
-#include "korinimage/export.h"
-
 namespace korin::platform {
 
 // Minutes to add to the standard time of the system's zone to get UTC (negative
@@ -9,6 +7,6 @@ namespace korin::platform {
 // when the system does not know its zone. The zone is read afresh at each call
 // (on POSIX from TZ). Throws nothing; safe from any thread, as long as none changes
 // the environment meanwhile.
-KORINIMAGE_API int StandardBiasMinutes() noexcept;
+int StandardBiasMinutes() noexcept;
 
 }  // namespace korin::platform

@@ -3,8 +3,6 @@
 #include <cstdint>
 #include <filesystem>
 
-#include "korinimage/export.h"
-
 // The volume that a folder lies on.
 namespace korin::platform {
 
@@ -18,13 +16,13 @@ enum class VolumeKind : std::int32_t {
 };
 
 // Never throws, never blocks on a network for longer than the system does.
-KORINIMAGE_API VolumeKind GetVolumeKind(const std::filesystem::path& folder);
+VolumeKind GetVolumeKind(const std::filesystem::path& folder);
 
 // Bytes that this process may still use on the folder's volume. Throws
 // std::filesystem::filesystem_error for the operation "space".
-KORINIMAGE_API std::int64_t AvailableBytes(const std::filesystem::path& folder);
+std::int64_t AvailableBytes(const std::filesystem::path& folder);
 
 // True for a drive without a folder ("D:"), which only Windows knows.
-KORINIMAGE_API bool IsBareDrive(const std::filesystem::path& folder);
+bool IsBareDrive(const std::filesystem::path& folder);
 
 }  // namespace korin::platform

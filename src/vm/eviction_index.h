@@ -4,7 +4,6 @@
 #include <set>
 #include <vector>
 
-#include "korinimage/export.h"
 #include "vm/record_table.h"
 
 namespace korin::vm {
@@ -16,7 +15,7 @@ namespace korin::vm {
 // in access order: a touch moves one to the end. Those that become evictable with
 // an older stamp - never touched, or held for long - stand in an ordered set. The
 // walk for victims merges the two.
-class KORINIMAGE_API EvictionIndex {
+class EvictionIndex {
  public:
   // The record's stamp must not change while it is in, except by Touch.
   void Add(Record& record) noexcept;

@@ -44,8 +44,7 @@ struct ManagerFigures {
 }  // namespace korin::vm
 
 // The manager. One recursive mutex guards all state below it.
-class KORINIMAGE_API CVmManagerImpl : public CVmManager,
-                                      public std::enable_shared_from_this<CVmManagerImpl> {
+class CVmManagerImpl : public CVmManager, public std::enable_shared_from_this<CVmManagerImpl> {
  public:
   explicit CVmManagerImpl(std::unique_ptr<CVmManagerConfiguration> configuration,
                           korin::vm::ManagerSeams seams = {});
@@ -168,9 +167,9 @@ namespace korin {
 
 // A manager with exact budgets, for tests: block sizes of any number of bytes and
 // capacities of a few blocks.
-KORINIMAGE_API std::shared_ptr<CVmManagerImpl> CreateManagerForTest(std::int32_t blockSize,
-                                                                    std::int64_t capacityBlocks,
-                                                                    std::int64_t diskLimitBlocks,
-                                                                    vm::ManagerSeams seams = {});
+std::shared_ptr<CVmManagerImpl> CreateManagerForTest(std::int32_t blockSize,
+                                                     std::int64_t capacityBlocks,
+                                                     std::int64_t diskLimitBlocks,
+                                                     vm::ManagerSeams seams = {});
 
 }  // namespace korin

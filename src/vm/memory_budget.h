@@ -2,7 +2,6 @@
 
 #include <cstdint>
 
-#include "korinimage/export.h"
 #include "korinimage/vm_manager_configuration.h"
 #include "platform/memory_figures.h"
 
@@ -15,8 +14,7 @@ struct MemoryBudget {
 };
 
 // What the settings make of the machine's memory.
-KORINIMAGE_API MemoryBudget ComputeMemoryBudget(const CVmManagerConfiguration& configuration,
-                                                const platform::MemoryFigures& figures,
-                                                bool isWow64);
+MemoryBudget ComputeMemoryBudget(const CVmManagerConfiguration& configuration,
+                                 const platform::MemoryFigures& figures, bool isWow64);
 
 }  // namespace korin::vm

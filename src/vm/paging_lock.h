@@ -9,14 +9,13 @@
 #include <vector>
 
 #include "korinimage/exceptions.h"
-#include "korinimage/export.h"
 
 namespace korin::vm {
 
 // Holds a manager's mutex for one paging call, or for several that must be one
 // step. Locks of one thread nest. Lines for standard error that come up meanwhile
 // are written once the thread holds no lock any more.
-class KORINIMAGE_API PagingLock {
+class PagingLock {
  public:
   explicit PagingLock(std::recursive_mutex& mutex);
   PagingLock(const PagingLock&) = delete;
@@ -66,6 +65,6 @@ struct PagingFailure {
     figures = amounts;
   }
 };
-KORINIMAGE_API PagingFailure& LastPagingFailure();
+PagingFailure& LastPagingFailure();
 
 }  // namespace korin::vm

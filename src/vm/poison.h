@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <memory>
 
-#include "korinimage/export.h"
 #include "korinimage/vm_memory_interface.h"
 
 namespace korin::vm {
@@ -12,8 +11,7 @@ namespace korin::vm {
 // fresh memory, fills the old place with 0xA5 and forbids access to it for a while,
 // so that an address kept too long is found out. Otherwise nothing.
 #ifdef KORINIMAGE_POISON
-KORINIMAGE_API void MoveAndPoison(std::unique_ptr<CVmMemoryInterface>& memory,
-                                  std::int64_t bytes) noexcept;
+void MoveAndPoison(std::unique_ptr<CVmMemoryInterface>& memory, std::int64_t bytes) noexcept;
 #else
 inline void MoveAndPoison(std::unique_ptr<CVmMemoryInterface>&, std::int64_t) noexcept {}
 #endif

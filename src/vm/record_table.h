@@ -5,7 +5,6 @@
 #include <set>
 #include <utility>
 
-#include "korinimage/export.h"
 #include "korinimage/vm_memory.h"
 #include "vm/intrusive_list.h"
 
@@ -52,7 +51,7 @@ struct Record {
 // The manager's memory table: records addressed by key. Keys of released records
 // are used again, longest free first; else a new one is made. A record keeps its
 // address for ever.
-class KORINIMAGE_API RecordTable {
+class RecordTable {
  public:
   // Takes a key. Its record is at the defaults. Strong guarantee.
   Record& Take();
@@ -71,7 +70,7 @@ class KORINIMAGE_API RecordTable {
 };
 
 // Records that hold a copy of their block in the swap file, for giving one up.
-class KORINIMAGE_API CopyIndex {
+class CopyIndex {
  public:
   void Add(Record& record) noexcept;
   void Remove(Record& record) noexcept;  // nothing when it is not in

@@ -6,7 +6,6 @@
 #include <mutex>
 #include <vector>
 
-#include "korinimage/export.h"
 #include "vm/intrusive_list.h"
 
 namespace korin::vm {
@@ -18,7 +17,7 @@ namespace korin::vm {
 //
 // One per process, shared by all managers. Thread safe. Its mutex is taken inside
 // a manager's, never the other way round.
-class KORINIMAGE_API RegionCache {
+class RegionCache {
  public:
   struct Taken {
     void* address = nullptr;  // null: the system refused

@@ -4,7 +4,7 @@
 #include "platform/swap_file.h"
 
 // The swap backend on a file of the platform layer.
-class KORINIMAGE_API CVmWin32VirtualMemory : public CVmVirtualMemory {
+class CVmWin32VirtualMemory : public CVmVirtualMemory {
  public:
   explicit CVmWin32VirtualMemory(const std::filesystem::path& folder);
   // A copy is closed; an assigned object keeps its own file.

@@ -5,8 +5,6 @@
 #include <unordered_map>
 #include <vector>
 
-#include "korinimage/export.h"
-
 namespace korin::vm {
 
 // Who has which part of a swap file. Counts in manager blocks: a slot number is
@@ -15,7 +13,7 @@ namespace korin::vm {
 // exactly their size, the most recently freed first.
 //
 // Bookkeeping only, no input or output. Freeing and taking never fail.
-class KORINIMAGE_API SwapSlots {
+class SwapSlots {
  public:
   static constexpr std::int64_t kNone = -1;
 

@@ -4,10 +4,12 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -27,6 +29,60 @@
 
 namespace korin::test {
 
+// A temporary folder of the test's own, for this process and its partners: sweeps
+// of other programs do not come there.
+class OwnTemporaryFolder {
+ public:
+#ifdef _WIN32
+  static constexpr const char* kVariable = "TMP";
+#else
+  static constexpr const char* kVariable = "TMPDIR";
+#endif
+  OwnTemporaryFolder() {
+    const char* const former = std::getenv(kVariable);
+    m_former = former == nullptr ? "" : former;
+    std::random_device random;
+    m_folder = std::filesystem::temp_directory_path() / ("exchange" + std::to_string(random()));
+    std::filesystem::create_directory(m_folder);
+    Set(m_folder.string());
+  }
+  ~OwnTemporaryFolder() {
+    Set(m_former);
+    std::error_code ignored;
+    std::filesystem::remove_all(m_folder, ignored);
+  }
+  OwnTemporaryFolder(const OwnTemporaryFolder&) = delete;
+  OwnTemporaryFolder& operator=(const OwnTemporaryFolder&) = delete;
+  const std::filesystem::path& Path() const { return m_folder; }
+
+ private:
+  static void Set(const std::string& value) {
+#ifdef _WIN32
+    _putenv_s(kVariable, value.c_str());  // an empty value removes the variable
+#else
+    if (value.empty()) {
+      unsetenv(kVariable);
+    } else {
+      setenv(kVariable, value.c_str(), 1);
+    }
+#endif
+  }
+
+  std::string m_former;
+  std::filesystem::path m_folder;
+};
+
+// True as soon as the condition holds. An object that this process let go of may
+// be removed a moment later, by another program's sweep that was looking at it.
+template <typename Condition>
+bool Soon(Condition condition) {
+  for (int i = 0; i < 1000; ++i) {
+    if (condition()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return false;
+}
+
 namespace wire = exchange::wire;
 
 // Each test begins and ends without an exchange, a leftover or a lowered limit.
@@ -36,7 +92,7 @@ class ExchangeTest : public ImageTest {
   ~ExchangeTest() override {
     Clear();
     for (const auto name : platform::kExchangeMappingNames) {
-      EXPECT_FALSE(platform::IsSharedMappingHeld(name)) << name;
+      EXPECT_TRUE(Soon([&] { return !platform::IsSharedMappingHeld(name); })) << name;
     }
   }
 
@@ -67,6 +123,7 @@ class ExchangeTest : public ImageTest {
     return CSharedMem::ReadSharedMemory(m_manager, &image, pixels ? 1 : 0);
   }
 
+  OwnTemporaryFolder m_temporary;
   std::shared_ptr<CVmManager> m_manager = MakeSampleManager(0);
 
  private:
@@ -83,7 +140,7 @@ class ExchangeTest : public ImageTest {
 class Partner {
  public:
   explicit Partner(const std::string& arguments)
-      : m_pipe(popen(("\"" EXCHANGE_PARTNER "\" " + arguments).c_str(), "w")) {}
+      : m_pipe(popen(("\"" + Program() + "\" " + arguments).c_str(), "w")) {}
   Partner(const Partner&) = delete;
   Partner& operator=(const Partner&) = delete;
   ~Partner() { Finish(); }
@@ -94,6 +151,12 @@ class Partner {
   }
 
  private:
+  // The partner may be one of another build, of 32 bits for a program of 64.
+  static std::string Program() {
+    const char* const other = std::getenv("KORIN_EXCHANGE_PARTNER");
+    return other == nullptr ? EXCHANGE_PARTNER : other;
+  }
+
   std::FILE* m_pipe;
 };
 
@@ -105,7 +168,7 @@ inline std::string Contents(const std::filesystem::path& file) {
 // A file that partners report through, removed at the end.
 class ReportFile {
  public:
-  ReportFile() : m_path(std::filesystem::path(testing::TempDir()) / "exchange_partner_report") {
+  ReportFile() : m_path(std::filesystem::temp_directory_path() / "partner_report") {
     std::filesystem::remove(m_path);
   }
   ~ReportFile() {
@@ -115,9 +178,8 @@ class ReportFile {
   const std::filesystem::path& Path() const { return m_path; }
   std::string Argument() const { return "\"" + m_path.string() + "\""; }
   bool WaitForText(const std::string& text) const {
-    for (int i = 0; i < 3000; ++i) {
-      if (Contents(m_path) == text) return true;
-      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    for (int i = 0; i < 10; ++i) {
+      if (Soon([&] { return Contents(m_path) == text; })) return true;
     }
     return false;
   }
