@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cmath>
-#include <cstring>
+#include <cstdlib>
 #include <fstream>
 #include <limits>
 #include <system_error>
@@ -12,6 +13,7 @@
 #include "fits_tiles.h"
 #include "korinimage/io/file_error.h"
 #include "platform/checked_math.h"
+#include "tile_header.h"
 
 namespace korin {
 
@@ -36,6 +38,14 @@ void FlipSignBits(void* pixels, std::int64_t count) {
       static_cast<Unsigned>(Unsigned{1} << (std::numeric_limits<Unsigned>::digits - 1));
   auto* values = static_cast<Unsigned*>(pixels);
   for (std::int64_t i = 0; i < count; ++i) values[i] = static_cast<Unsigned>(values[i] ^ kSign);
+}
+
+template <typename Unsigned>
+void SwapBytes(void* pixels, std::int64_t count) {
+  auto* bytes = static_cast<unsigned char*>(pixels);
+  for (std::int64_t i = 0; i < count; ++i, bytes += sizeof(Unsigned)) {
+    std::reverse(bytes, bytes + sizeof(Unsigned));
+  }
 }
 
 }  // namespace
@@ -123,32 +133,42 @@ bool FitsInput::IsImageHere() {
   return std::find(m_axes.begin(), m_axes.end(), 0) == m_axes.end();
 }
 
-void FitsInput::FindImage(int hdu) {
+// Goes to a unit by its neighbours, each looked at before the library reads it.
+// False when the file ends before it.
+bool FitsInput::GoTo(int unit) {
   int status = 0;
-  if (hdu != FitsOptions::kFirstImage) {
-    if (hdu < 0 || hdu >= std::numeric_limits<int>::max()) {
-      throw FileError(m_name, "cannot have a unit number " + std::to_string(hdu));
-    }
-    fits_movabs_hdu(m_file.get(), hdu + 1, nullptr, &status);
+  int current = 0;
+  fits_get_hdu_num(m_file.get(), &current);  // counted from 1
+  while (current < unit + 1) {
+    LONGLONG end = 0;
+    fits_get_hduaddrll(m_file.get(), nullptr, nullptr, &end, &status);
+    if (status == 0 && end < m_fileSize) CheckTileHeader(m_name, end);
+    fits_movrel_hdu(m_file.get(), 1, nullptr, &status);
     if (status == END_OF_FILE || status == BAD_HDU_NUM) {
       fits_clear_errmsg();
+      return false;
+    }
+    Check(status, "cannot read unit " + std::to_string(current));
+    ++current;
+  }
+  return true;
+}
+
+void FitsInput::FindImage(int hdu) {
+  if (hdu != FitsOptions::kFirstImage) {
+    if (hdu < 0 || !GoTo(hdu)) {
       throw FileError(m_name, "has no unit " + std::to_string(hdu));
     }
-    Check(status, "cannot read unit " + std::to_string(hdu));
     if (!IsImageHere()) throw FileError(m_name, "holds no image in unit " + std::to_string(hdu));
     m_description.hdu = hdu;
     return;
   }
-  for (int unit = 0;; ++unit) {
-    fits_movabs_hdu(m_file.get(), unit + 1, nullptr, &status);
-    if (status == END_OF_FILE || status == BAD_HDU_NUM) break;
-    Check(status, "cannot read unit " + std::to_string(unit));
+  for (int unit = 0; GoTo(unit); ++unit) {
     if (IsImageHere()) {
       m_description.hdu = unit;
       return;
     }
   }
-  fits_clear_errmsg();
   throw FileError(m_name, "holds no image");
 }
 
@@ -197,6 +217,7 @@ void FitsInput::ReadShape() {
   LONGLONG dataStart = 0;
   fits_get_hduaddrll(m_file.get(), nullptr, &dataStart, nullptr, &status);
   Check(status, "cannot locate the pixels");
+  m_dataStart = dataStart;
   const std::int64_t present = std::max<std::int64_t>(0, m_fileSize - dataStart);
   const auto bytes = CheckedMul(axes[0], axes[1], axes[2], std::int64_t{std::abs(bitpix) / 8});
   if (!bytes || (!m_description.tileCompressed && *bytes > present)) {
@@ -235,9 +256,6 @@ void FitsInput::ReadScaling() {
   m_description.bscale = bscale;
   m_description.bzero = isUnsigned ? 0.0 : bzero;
   m_description.isSigned = m_description.type != CImage::DataTypeInt8 && !isUnsigned;
-  int status = 0;
-  fits_set_bscale(m_file.get(), 1.0, 0.0, &status);  // stored values, not physical ones
-  Check(status, "cannot switch scaling off");
 }
 
 void FitsInput::ReadCards() {
@@ -263,6 +281,35 @@ void FitsInput::CheckTiles() {
 }
 
 void FitsInput::ReadPixels(std::int64_t first, std::int64_t count, void* into) {
+  if (m_description.tileCompressed) {
+    ReadTiles(first, count, into);
+  } else {
+    ReadPlain(first, count, into);
+  }
+  if (!m_description.isSigned) {
+    if (m_description.type == CImage::DataTypeInt16) FlipSignBits<std::uint16_t>(into, count);
+    if (m_description.type == CImage::DataTypeInt32) FlipSignBits<std::uint32_t>(into, count);
+  }
+}
+
+// Straight from the file: FITS keeps plain pixels as big-endian values in order.
+// CFITSIO reads whole records and so refuses the many files whose last one is not
+// filled up.
+void FitsInput::ReadPlain(std::int64_t first, std::int64_t count, void* into) {
+  const std::int64_t size = std::abs(m_description.type) / 8;
+  if (!m_plain.is_open()) m_plain.open(m_name, std::ios::binary);
+  m_plain.seekg(m_dataStart + first * size);
+  m_plain.read(static_cast<char*>(into), count * size);
+  if (!m_plain) {
+    throw FileError(m_name, "cannot be read at pixel " + std::to_string(first), kRemedyDamaged);
+  }
+  if constexpr (std::endian::native == std::endian::big) return;
+  if (size == 2) SwapBytes<std::uint16_t>(into, count);
+  if (size == 4) SwapBytes<std::uint32_t>(into, count);
+  if (size == 8) SwapBytes<std::uint64_t>(into, count);
+}
+
+void FitsInput::ReadTiles(std::int64_t first, std::int64_t count, void* into) {
   int type = TBYTE;
   switch (m_description.type) {
     case CImage::DataTypeInt16:
@@ -288,6 +335,7 @@ void FitsInput::ReadPixels(std::int64_t first, std::int64_t count, void* into) {
   if (m_quantized && type == TFLOAT) missing = &missingFloat;
   if (m_quantized && type == TDOUBLE) missing = &missingDouble;
   int status = 0;
+  fits_set_bscale(m_file.get(), 1.0, 0.0, &status);  // stored values, not physical ones
   fits_read_img(m_file.get(), type, first + 1, count, missing, into, nullptr, &status);
   Check(status,
         "cannot read pixels " + std::to_string(first) + " to " + std::to_string(first + count - 1));

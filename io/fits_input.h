@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
 #include <vector>
@@ -34,17 +35,22 @@ class FitsInput {
 
   void Open(const std::filesystem::path& file);
   void FindImage(int hdu);
+  bool GoTo(int unit);
   bool IsImageHere();
   void ReadShape();
   void ReadScaling();
   void ReadCards();
+  void ReadPlain(std::int64_t first, std::int64_t count, void* into);
+  void ReadTiles(std::int64_t first, std::int64_t count, void* into);
   double ReadNumber(const char* keyword, double fallback);
   // Throws when CFITSIO reported an error, with its words.
   void Check(int status, const std::string& doing) const;
 
   std::filesystem::path m_name;
   std::int64_t m_fileSize = 0;
+  std::int64_t m_dataStart = 0;
   std::unique_ptr<fitsfile, Closer> m_file;
+  std::ifstream m_plain;  // the same file, for plain pixels
   std::vector<LONGLONG> m_axes;
   FitsDescription m_description;
   bool m_quantized = false;  // floating-point tiles stored as scaled integers

@@ -243,7 +243,9 @@ bool StreamHolds(const TileTable& table, const FitsDescription& image, Bytes str
       return PlioStreamHolds(stream);
     case Method::kGzip: {
       const std::int64_t length = GzipLength(stream, pixels * 8);
-      if (table.unquantized) return length == pixels * (image.type < 0 ? -image.type / 8 : 0);
+      // Reals packed as they are: the decoder takes them for doubles unless they are
+      // four bytes each.
+      if (table.unquantized) return length == pixels * 4 || length == pixels * 8;
       return length == pixels || length == pixels * 2 || length == pixels * 4 ||
              (length == pixels * 8 && image.type == CImage::DataTypeDouble);
     }
