@@ -30,34 +30,20 @@ bool ObjectExists(std::string_view name) {
   return file >= 0;
 }
 
-// The temporary folder is one of the test's own.
+bool IsSoonGone(std::string_view name) {
+  return Soon([&] { return !ObjectExists(name); });
+}
+
 class PosixExchangeTest : public ExchangeTest {
  protected:
-  PosixExchangeTest() {
-    std::string folder = testing::TempDir() + "/exchangeXXXXXX";
-    m_folder = mkdtemp(folder.data());
-    const char* const former = std::getenv("TMPDIR");
-    m_former = former == nullptr ? "" : former;
-    setenv("TMPDIR", m_folder.c_str(), 1);
-  }
   ~PosixExchangeTest() override {
     CSharedMem::CloseMappingHandles();
-    if (m_former.empty()) {
-      unsetenv("TMPDIR");
-    } else {
-      setenv("TMPDIR", m_former.c_str(), 1);
-    }
-    std::error_code ignored;
-    std::filesystem::remove_all(m_folder, ignored);
     for (const auto name : platform::kExchangeMappingNames) {
       shm_unlink(ObjectName(name).c_str());
     }
   }
 
-  std::filesystem::path m_folder;
-
- private:
-  std::string m_former;
+  const std::filesystem::path& m_folder = m_temporary.Path();
 };
 
 pid_t StartChurn() {
@@ -115,10 +101,10 @@ TEST_F(PosixExchangeTest, KilledPartnersLeaveNothingInTheWay) {
     ASSERT_EQ(Describe(received), description);
     CSharedMem::CloseMappingHandles();
     for (const auto name : platform::kExchangeMappingNames) {
-      ASSERT_FALSE(ObjectExists(name)) << name << ' ' << round;
+      ASSERT_TRUE(IsSoonGone(name)) << name << ' ' << round;
     }
     MakeSampleManager(0);  // sweeps
-    ASSERT_TRUE(std::filesystem::is_empty(m_folder) || !FileExists()) << round;
+    ASSERT_FALSE(FileExists()) << round;
   }
   EXPECT_GT(found, 20) << "too few partners were killed at work";
 }
@@ -131,7 +117,7 @@ TEST_F(PosixExchangeTest, ManagersClearTheMemoryOfKilledPartners) {
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
   MakeSampleManager(0);
-  for (const auto name : platform::kExchangeMappingNames) EXPECT_FALSE(ObjectExists(name)) << name;
+  for (const auto name : platform::kExchangeMappingNames) EXPECT_TRUE(IsSoonGone(name)) << name;
   EXPECT_FALSE(FileExists());
 }
 
@@ -162,7 +148,7 @@ TEST_F(PosixExchangeTest, FirstToOpenFindsZerosAndTheLastRemoves) {
     EXPECT_TRUE(platform::IsSharedMappingHeld(platform::kImageMappingName));
     EXPECT_TRUE(ObjectExists(platform::kImageMappingName));
   }
-  EXPECT_FALSE(ObjectExists(platform::kImageMappingName));
+  EXPECT_TRUE(IsSoonGone(platform::kImageMappingName));
 }
 
 // Something under the name of the image mapping with which no exchange may open.
@@ -206,8 +192,8 @@ TEST_F(PosixExchangeTest, ForeignObjectsAreRefusedAndKept) {
   // The same for the pixels' part, which takes the others with it.
   std::filesystem::create_symlink(victim, "/dev/shm" + ObjectName(platform::kPixelMappingName));
   EXPECT_EQ(CSharedMem::CreateFileMappings(1), 0);
-  EXPECT_FALSE(ObjectExists(platform::kImageMappingName));
-  EXPECT_FALSE(ObjectExists(platform::kHeaderMappingName));
+  EXPECT_TRUE(IsSoonGone(platform::kImageMappingName));
+  EXPECT_TRUE(IsSoonGone(platform::kHeaderMappingName));
 }
 
 TEST_F(PosixExchangeTest, StoppedProcessDoesNotHangTheNext) {
