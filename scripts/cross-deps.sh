@@ -96,15 +96,27 @@ unpack_source() {
     # An index that cannot be had is of no importance as long as the package is found.
     apt-get "${options[@]}" update -q >"$apt/update.log" 2>&1 || true
   fi
-  # The newest version, or where a mirror lacks that, the release's own.
-  (cd "$apt" && rm -f "$1"_* && for version in "$1" "$1/$(. /etc/os-release; echo "$VERSION_CODENAME")"; do
-    apt-get "${options[@]}" source -q --download-only "$version" && exit 0
-  done; exit 1) >"$apt/$1.log" 2>&1 || {
-    tail -n 5 "$apt/$1.log" >&2
-    exit 1
-  }
-  rm -rf "$deps/source/$1"
-  (cd "$apt" && dpkg-source --no-check -x "$1"_*.dsc "$deps/source/$1" >>"$apt/$1.log" 2>&1)
+  # The newest version; where a mirror lacks that, the release's own; and where it
+  # lacks the packager's part, the plain source.
+  local codename how
+  codename=$(. /etc/os-release && echo "$VERSION_CODENAME")
+  rm -rf "${apt:?}/$1"_* "$deps/source/$1"
+  for how in "$1" "$1/$codename" "--tar-only $1"; do
+    # shellcheck disable=SC2086
+    if (cd "$apt" && apt-get "${options[@]}" source -q --download-only $how) >>"$apt/$1.log" 2>&1; then
+      case $how in
+        --tar-only*)
+          mkdir -p "$deps/source/$1"
+          tar -xf "$apt/$1"_*.orig.tar.* -C "$deps/source/$1" --strip-components=1
+          ;;
+        *) (cd "$apt" && dpkg-source --no-check -x "$1"_*.dsc "$deps/source/$1" >>"$apt/$1.log" 2>&1) ;;
+      esac
+      return
+    fi
+  done
+  tail -n 5 "$apt/$1.log" >&2
+  echo "the source package $1 cannot be had" >&2
+  exit 1
 }
 
 # 32-bit system DLLs, so that the 64-bit Wine runs 32-bit programs as well.
@@ -121,13 +133,24 @@ unpack_wine32() {
   rm "$apt"/libwine_*_i386.deb
 }
 
+# Compiled by hand: Debian's source lacks the resources that its own rules want.
+build_zlib() {
+  local target=$1 compiler=(gcc -m32 -DHAVE_UNISTD_H -fPIC) archiver=ar
+  case $target in
+    windows-x86-64) compiler=(x86_64-w64-mingw32-gcc-posix) archiver=x86_64-w64-mingw32-ar ;;
+    windows-x86-32) compiler=(i686-w64-mingw32-gcc-posix) archiver=i686-w64-mingw32-ar ;;
+  esac
+  local build=$deps/build/$target/zlib source=$deps/source/zlib
+  rm -rf "$build"
+  mkdir -p "$build" "$deps/$target/lib" "$deps/$target/include"
+  (cd "$build" && "${compiler[@]}" -O2 -c "$source"/*.c && "$archiver" rcs libz.a ./*.o)
+  cp "$build/libz.a" "$deps/$target/lib/"
+  cp "$source/zlib.h" "$source/zconf.h" "$deps/$target/include/"
+}
+
 build_file_libraries() {
   local target=$1
-  local zlib=$deps/$target
-  once "$target-zlib" install_cmake "$target" zlib "$deps/source/zlib"
-  # The shared form and its import library would be found first.
-  rm -f "$zlib"/lib/libzlib.dll.a "$zlib"/lib/libz.dll.a "$zlib"/lib/libz.so* "$zlib"/bin/*zlib*.dll
-  if [ -e "$zlib/lib/libzlibstatic.a" ]; then mv "$zlib/lib/libzlibstatic.a" "$zlib/lib/libz.a"; fi
+  once "$target-zlib" build_zlib "$target"
   once "$target-libpng" install_cmake "$target" libpng "$deps/source/libpng1.6" \
     -DPNG_SHARED=OFF -DPNG_TESTS=OFF
   once "$target-cfitsio" install_cmake "$target" cfitsio "$deps/source/cfitsio" \
