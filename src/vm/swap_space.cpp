@@ -30,7 +30,7 @@ fs::path ValidatedDrive(const std::wstring& vmDrive) {
 
 fs::path MakeNumberedFolder(const fs::path& base, const std::string& name) {
   for (int number = 0; number <= 999; ++number) {
-    char extension[8];
+    char extension[16];
     std::snprintf(extension, sizeof extension, ".%03d", number);
     fs::path folder = base;
     folder += extension;
