@@ -339,10 +339,6 @@ void FitsInput::ReadTiles(std::int64_t first, std::int64_t count, void* into) {
   fits_read_img(m_file.get(), type, first + 1, count, missing, into, nullptr, &status);
   Check(status,
         "cannot read pixels " + std::to_string(first) + " to " + std::to_string(first + count - 1));
-  if (!m_description.isSigned) {
-    if (m_description.type == CImage::DataTypeInt16) FlipSignBits<std::uint16_t>(into, count);
-    if (m_description.type == CImage::DataTypeInt32) FlipSignBits<std::uint32_t>(into, count);
-  }
 }
 
 }  // namespace korin

@@ -204,7 +204,8 @@ TEST_F(HostileTest, TilesThatLieAboutThemselvesAreRefused) {
   }
   // A stream of zeros: a decoder looking for the next one bit would run on.
   auto bytes = rice;
-  std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(heap.start) + 2, bytes.end(), 0x08);
+  std::fill(bytes.begin() + static_cast<std::ptrdiff_t>(heap.start) + 2, bytes.end(), 0x00);
+  bytes[heap.start + 2] = 0x20;  // pixels split after one bit
   EXPECT_EQ(Load(bytes), Outcome::kFileError);
 
   // An H-transform stream of another shape than its tile, or cut short.
