@@ -22,7 +22,7 @@ namespace {
 using Bytes = std::vector<BYTE>;
 
 // Claims of more pixels than this are only parsed: allocating them teaches nothing.
-constexpr std::int64_t kMostPixels = 1 << 16;
+constexpr std::int64_t kMostPixels = 1 << 12;
 
 // One index for each pixel, bottom row first, told as simply as possible.
 Bytes ExpandPlainly(std::span<const BYTE> codes, int bits, std::int64_t width,

@@ -32,14 +32,20 @@ bool RowHasColorBytes(const BYTE* row, std::int64_t width) {
   return differing != 0;
 }
 
+// The leftmost pixel is the highest part of its byte.
 template <int kBits>
 void LookUp(const BYTE* row, std::int64_t width, const std::array<BYTE, 256>& table, BYTE* out) {
   constexpr int kPerByte = 8 / kBits;
   constexpr unsigned kMask = (1u << kBits) - 1;
-  for (std::int64_t x = 0; x < width; ++x) {
-    // The leftmost pixel is the highest part of its byte.
-    const auto shift = static_cast<unsigned>((kPerByte - 1 - x % kPerByte) * kBits);
-    out[x] = table[static_cast<unsigned>(row[x / kPerByte]) >> shift & kMask];
+  const auto index = [](unsigned pixels, int i) {
+    return pixels >> static_cast<unsigned>((kPerByte - 1 - i) * kBits) & kMask;
+  };
+  const std::int64_t whole = width / kPerByte;
+  for (std::int64_t byte = 0; byte < whole; ++byte) {
+    for (int i = 0; i < kPerByte; ++i) out[byte * kPerByte + i] = table[index(row[byte], i)];
+  }
+  for (std::int64_t x = whole * kPerByte; x < width; ++x) {
+    out[x] = table[index(row[whole], static_cast<int>(x % kPerByte))];
   }
 }
 

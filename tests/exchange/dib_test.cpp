@@ -316,10 +316,13 @@ TEST_F(DibTest, NoHeaderFieldIsTrusted) {
       ASSERT_EQ(ReadPixels<BYTE>(image), (Bytes{0, 1, 2, 3}));
       ASSERT_EQ(image.GetOrgHeight(), 2);
     };
+    const bool runs = bitmap.compression == 1 || bitmap.compression == 2;
     for (std::size_t at = 0; at < 40; ++at) {
       SCOPED_TRACE(testing::Message() << bitmap.bits << " bits, field at " << at);
       Bytes lie = block;
-      for (int value = 0; value < 256; ++value) {
+      // Claims of gigabytes are costly to check where run lengths may back them.
+      const int step = runs && at >= 4 && at < 12 && at % 4 >= 2 ? 51 : 1;
+      for (int value = 0; value < 256; value += step) {
         lie[at] = static_cast<BYTE>(value);
         check(lie);
       }
@@ -333,7 +336,6 @@ TEST_F(DibTest, NoHeaderFieldIsTrusted) {
     EXPECT_GT(refused, 1000);
     // Every shorter block is refused until only the padding of the last row is missing;
     // run lengths may break off anywhere.
-    const bool runs = bitmap.compression == 1 || bitmap.compression == 2;
     const std::size_t padding = static_cast<std::size_t>(-(bitmap.bits * 5 + 7) / 8 & 3);
     const std::size_t least = block.size() - (runs ? bitmap.pixels.size() : padding);
     for (std::size_t size = 0; size < block.size(); ++size) {
