@@ -36,7 +36,7 @@ std::string ReadAll(const std::filesystem::path& file) {
 
 }  // namespace
 
-Result Run(const std::vector<std::string>& arguments, int interruptAfter) {
+Result RunCommand(const std::vector<std::string>& arguments, int interruptAfter) {
   const std::filesystem::path folder = MakeFolder();
   const std::string out = (folder / "out").string();
   const std::string err = (folder / "err").string();

@@ -17,7 +17,7 @@ struct Result {
 
 // Runs the command as its user does. With `interruptAfter` >= 0, SIGINT is sent so
 // many milliseconds after the start.
-Result Run(const std::vector<std::string>& arguments, int interruptAfter = -1);
+Result RunCommand(const std::vector<std::string>& arguments, int interruptAfter = -1);
 
 // A folder of its own with a settings file and a swap folder in it; teardown fails
 // when a swap file is left.

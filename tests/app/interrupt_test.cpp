@@ -7,7 +7,7 @@ namespace {
 // leaves no swap file (see the teardown), no half-written file and no old one hurt.
 TEST_F(CommandTest, InterruptLeavesNothing) {
   const std::string frame = Path("frame.fits");
-  ASSERT_EQ(Run({"synth", frame, "--width", "4000", "--height", "4000"}).code, 0);
+  ASSERT_EQ(RunCommand({"synth", frame, "--width", "4000", "--height", "4000"}).code, 0);
   const auto size = std::filesystem::file_size(frame);
   int interrupted = 0;
   for (int delay = 20; delay < 900; delay += 80) {
@@ -22,7 +22,7 @@ TEST_F(CommandTest, InterruptLeavesNothing) {
         command.push_back(word);
       }
       command.push_back(Swap());
-      const Result result = Run(command, delay);
+      const Result result = RunCommand(command, delay);
       ASSERT_TRUE(result.code == 130 || result.code == 0) << name << ' ' << result.code;
       if (result.code == 130) {
         ++interrupted;

@@ -21,7 +21,7 @@ TEST_F(CommandTest, StatisticsComeAsJson) {
   const std::string frame = Path("a \"b\".fits");
   std::ofstream(frame, std::ios::binary) << text;
 
-  const Result stats = Run({"stats", frame, "--json"});
+  const Result stats = RunCommand({"stats", frame, "--json"});
   ASSERT_EQ(stats.code, 0) << stats.err;
   std::string quoted = frame;
   quoted.replace(quoted.find("\"b\""), 3, "\\\"b\\\"");
@@ -32,35 +32,36 @@ TEST_F(CommandTest, StatisticsComeAsJson) {
             0U)
       << stats.out;
   EXPECT_EQ(stats.err, "") << "no progress bar in a pipe";
-  const Result raw = Run({"stats", frame, "--raw", "--json"});
+  const Result raw = RunCommand({"stats", frame, "--raw", "--json"});
   EXPECT_EQ(JsonNumber(raw.out, "min"), 1);
   EXPECT_EQ(JsonNumber(raw.out, "average"), 3);
   EXPECT_EQ(JsonNumber(raw.out, "mode"), 2);
 
-  const Result histogram = Run({"histogram", frame, "--bins", "3", "--json"});
+  const Result histogram = RunCommand({"histogram", frame, "--bins", "3", "--json"});
   EXPECT_NE(histogram.out.find("\"min\":86,\"max\":98,\"width\":4,\"counts\":[1,0,3]"),
             std::string::npos)
       << histogram.out;
   const Result inner =
-      Run({"histogram", frame, "--bins", "2", "--min", "96", "--max", "98", "--json"});
+      RunCommand({"histogram", frame, "--bins", "2", "--min", "96", "--max", "98", "--json"});
   EXPECT_NE(inner.out.find("\"counts\":[2,1]"), std::string::npos) << inner.out;
 
-  EXPECT_EQ(Run({"header", "get", frame, "OBJECT"}).out, "Crab's\n");
-  EXPECT_EQ(Run({"header", "get", frame, "BSCALE"}).out, "-2.0\n");
-  EXPECT_EQ(Run({"header", "get", frame, "NOTHING"}).code, 1);
-  EXPECT_NE(Run({"header", "list", frame}).out.find("NAXIS2  = 2\n"), std::string::npos);
-  EXPECT_NE(Run({"info", frame, "--json"}).out.find("\"object\":\"Crab's\""), std::string::npos);
+  EXPECT_EQ(RunCommand({"header", "get", frame, "OBJECT"}).out, "Crab's\n");
+  EXPECT_EQ(RunCommand({"header", "get", frame, "BSCALE"}).out, "-2.0\n");
+  EXPECT_EQ(RunCommand({"header", "get", frame, "NOTHING"}).code, 1);
+  EXPECT_NE(RunCommand({"header", "list", frame}).out.find("NAXIS2  = 2\n"), std::string::npos);
+  EXPECT_NE(RunCommand({"info", frame, "--json"}).out.find("\"object\":\"Crab's\""),
+            std::string::npos);
 }
 
 TEST_F(CommandTest, ExitCodesTellFailureFromWrongUsage) {
   const std::string frame = Path("f.fits");
-  ASSERT_EQ(Run({"synth", frame, "--width", "64", "--height", "48"}).code, 0);
+  ASSERT_EQ(RunCommand({"synth", frame, "--width", "64", "--height", "48"}).code, 0);
   for (const std::vector<std::string>& good : {std::vector<std::string>{"--help"},
                                                {"stats", "--help"},
                                                {"--version"},
                                                {"memory", "status", "--json"},
                                                {"histogram", frame}}) {
-    EXPECT_EQ(Run(good).code, 0) << good.front();
+    EXPECT_EQ(RunCommand(good).code, 0) << good.front();
   }
   for (const std::vector<std::string>& wrong :
        {std::vector<std::string>{},
@@ -79,7 +80,7 @@ TEST_F(CommandTest, ExitCodesTellFailureFromWrongUsage) {
         {"stats", frame, "--memory", "1", "--block-size", "2048"},
         {"memory", "set", "MemoryRatio", "200"},
         {"memory", "get", "Nonsense"}}) {
-    const Result result = Run(wrong);
+    const Result result = RunCommand(wrong);
     EXPECT_EQ(result.code, 2) << ::testing::PrintToString(wrong) << result.err;
     EXPECT_NE(result.err, "") << ::testing::PrintToString(wrong);
   }
@@ -89,7 +90,7 @@ TEST_F(CommandTest, ExitCodesTellFailureFromWrongUsage) {
         {"convert", frame, Path("no/such/folder.fits"), "--bits", "8"},
         {"synth", Path("big.fits"), "--width", "20000", "--height", "20000", "--memory", "1",
          "--disk", "2", "--swap-dir", Swap()}}) {
-    const Result result = Run(failing);
+    const Result result = RunCommand(failing);
     EXPECT_EQ(result.code, 1) << ::testing::PrintToString(failing) << result.err;
     EXPECT_NE(result.err.find("korinimage: "), std::string::npos);
   }
@@ -101,8 +102,8 @@ TEST_F(CommandTest, ExitCodesTellFailureFromWrongUsage) {
 // The budget is exactly what was asked for, and looking at a picture does not write
 // the settings.
 TEST_F(CommandTest, MemoryOptionsAndSettings) {
-  const std::string status = Run({"memory", "--json", "--memory", "48", "--block-size", "64",
-                                  "--disk", "5", "--swap-dir", Swap()})
+  const std::string status = RunCommand({"memory", "--json", "--memory", "48", "--block-size", "64",
+                                         "--disk", "5", "--swap-dir", Swap()})
                                  .out;
   EXPECT_EQ(JsonNumber(status, "budget"), 48.0 * 1048576) << status;
   EXPECT_EQ(JsonNumber(status, "memory_blocks"), 768);
@@ -110,17 +111,17 @@ TEST_F(CommandTest, MemoryOptionsAndSettings) {
   EXPECT_NE(status.find("\"swap_folder\":\"" + Swap()), std::string::npos) << status;
   EXPECT_FALSE(std::filesystem::exists(Path("settings.ini")));
 
-  EXPECT_EQ(Run({"memory", "set", "MaxDiskSize", "7"}).code, 0);
-  EXPECT_EQ(Run({"memory", "set", "BlockSize", "128"}).code, 0);
-  EXPECT_EQ(Run({"memory", "set", "VMDrive", Swap()}).code, 0);
-  EXPECT_EQ(Run({"memory", "get", "MaxDiskSize"}).out, "7\n");
+  EXPECT_EQ(RunCommand({"memory", "set", "MaxDiskSize", "7"}).code, 0);
+  EXPECT_EQ(RunCommand({"memory", "set", "BlockSize", "128"}).code, 0);
+  EXPECT_EQ(RunCommand({"memory", "set", "VMDrive", Swap()}).code, 0);
+  EXPECT_EQ(RunCommand({"memory", "get", "MaxDiskSize"}).out, "7\n");
   const std::string kept = ReadText(Path("settings.ini"));
-  const std::string after = Run({"memory", "status", "--json"}).out;
+  const std::string after = RunCommand({"memory", "status", "--json"}).out;
   EXPECT_EQ(JsonNumber(after, "disk_limit_blocks"), 56) << after;
   EXPECT_NE(after.find(Swap()), std::string::npos);
   EXPECT_EQ(ReadText(Path("settings.ini")), kept);
-  EXPECT_EQ(Run({"memory", "set", "VMDrive", ""}).code, 0);
-  EXPECT_EQ(Run({"memory", "get", "VMDrive"}).out, "\n");
+  EXPECT_EQ(RunCommand({"memory", "set", "VMDrive", ""}).code, 0);
+  EXPECT_EQ(RunCommand({"memory", "get", "VMDrive"}).out, "\n");
 }
 
 }  // namespace
