@@ -4,7 +4,7 @@
 
 #include "session.h"
 
-// One function for each subcommand: adds it with its options to the application.
+// One function for each subcommand or pair of them: adds it with its options to the application.
 // The subcommand runs in its callback and throws on failure.
 namespace korin::app {
 
@@ -16,5 +16,9 @@ void AddConvertCommand(CLI::App& app, Session& session);
 void AddHeaderCommand(CLI::App& app, Session& session);
 void AddMemoryCommand(CLI::App& app, Session& session);
 void AddSynthCommand(CLI::App& app, Session& session);
+void AddFillCommand(CLI::App& app, Session& session);
+void AddPhysicalCommand(CLI::App& app, Session& session);
+void AddBitmapCommand(CLI::App& app, Session& session);
+void AddExchangeCommands(CLI::App& app, Session& session);
 
 }  // namespace korin::app

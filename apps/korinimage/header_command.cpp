@@ -2,7 +2,9 @@
 
 #include <CLI/Option.hpp>
 #include <CLI/TypeTools.hpp>
+#include <CLI/Validators.hpp>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 #include "card_value.h"
@@ -75,13 +77,83 @@ void AddGetCommand(CLI::App& header) {
   });
 }
 
+struct TimesOptions {
+  std::filesystem::path file;
+  std::filesystem::path output;
+  int hdu = FitsOptions::kFirstImage;
+  std::string start;
+  std::string end;
+  double exposure = 0.0;
+  int coadd = 1;
+};
+
+// A Julian Date from text, by the rules that DATE-OBS is read with.
+double JulianDate(const std::string& text) {
+  CHeader header;
+  header.Add(platform::FromUtf8("DATE-OBS= '" + text + "'").c_str());
+  double jd = 0.0;
+  if (header.GetDateTime(jd) == 0) {
+    throw UsageError("not a date and time like 2024-01-15T21:30:00: " + text);
+  }
+  return jd;
+}
+
+void SetTimes(const TimesOptions& options, Session& session) {
+  constexpr double kSecondsPerDay = 86400.0;
+  const double start = JulianDate(options.start);
+  const double end =
+      options.end.empty() ? start + options.exposure / kSecondsPerDay : JulianDate(options.end);
+  const auto image = session.Load(options.file, options.hdu);
+  CHeader& header = image->Header();
+  if (header.SetMidDateTime(start, end, options.exposure, options.coadd,
+                            options.exposure / options.coadd) == 0) {
+    throw std::runtime_error("these times cannot be written: years from 1900 on can");
+  }
+  double readStart = 0.0;
+  double readEnd = 0.0;
+  if (header.GetDateTime(readStart) != 0 && header.GetEndDateTime(readEnd) != 0 &&
+      readEnd < readStart) {
+    fmt::print(stderr,
+               "korinimage: the cards put the end ({}) before the start ({}): they keep one date, "
+               "and the exposure crosses midnight\n",
+               CardValue(header, L"UT-END").value_or("?"),
+               CardValue(header, L"UT-STR").value_or("?"));
+  }
+  session.Save(*image, options.output);
+}
+
+void AddSetTimesCommand(CLI::App& header, Session& session) {
+  auto options = std::make_shared<TimesOptions>();
+  CLI::App* command = header.add_subcommand(
+      "set-times", "Write the cards of observation time and exposure into a copy");
+  command->add_option("file", options->file, "FITS file")->type_name("IN")->required();
+  command->add_option("output", options->output, "FITS file to write")
+      ->type_name("OUT")
+      ->required();
+  AddHduOption(*command, options->hdu);
+  command->add_option("--start", options->start, "Start, UTC: 2024-01-15T21:30:00")
+      ->type_name("TIME")
+      ->required();
+  command->add_option("--exposure", options->exposure, "Exposure in seconds, all in all")
+      ->type_name("SECONDS")
+      ->required()
+      ->check(CLI::NonNegativeNumber);
+  command->add_option("--end", options->end, "End, UTC (default: the start plus the exposure)")
+      ->type_name("TIME");
+  command->add_option("--coadd", options->coadd, "Exposures added up (default: 1)")
+      ->type_name("N")
+      ->check(CLI::PositiveNumber);
+  command->callback([&session, options] { SetTimes(*options, session); });
+}
+
 }  // namespace
 
-void AddHeaderCommand(CLI::App& app, Session&) {
+void AddHeaderCommand(CLI::App& app, Session& session) {
   CLI::App* command = app.add_subcommand("header", "The FITS header of an image");
   command->require_subcommand(1);
   AddListCommand(*command);
   AddGetCommand(*command);
+  AddSetTimesCommand(*command, session);
 }
 
 }  // namespace korin::app

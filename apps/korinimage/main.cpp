@@ -43,6 +43,10 @@ int Run(int argc, char** argv) {
   korin::app::AddPreviewCommand(app, session);
   korin::app::AddConvertCommand(app, session);
   korin::app::AddHeaderCommand(app, session);
+  korin::app::AddFillCommand(app, session);
+  korin::app::AddPhysicalCommand(app, session);
+  korin::app::AddBitmapCommand(app, session);
+  korin::app::AddExchangeCommands(app, session);
   korin::app::AddMemoryCommand(app, session);
   korin::app::AddSynthCommand(app, session);
 
