@@ -1,0 +1,99 @@
+#include <fstream>
+#include <thread>
+
+#include "command_run.h"
+
+namespace korin::test {
+namespace {
+
+// Every type through two real processes: the file that comes out is the one that
+// went in.
+TEST_F(CommandTest, HandsFramesOver) {
+  const std::string frame = Path("f.fits");
+  ASSERT_EQ(RunCommand({"synth", frame, "--width", "301", "--height", "200", "--planes", "3"}).code,
+            0);
+  for (const std::vector<std::string>& type :
+       {std::vector<std::string>{"8"}, {"16"}, {"16", "--signed"}, {"32"}, {"-32"}, {"-64"}}) {
+    const std::string sent = Path("sent.fits");
+    const std::string received = Path("received.fits");
+    std::vector<std::string> convert = {"convert", frame, sent, "--bits"};
+    convert.insert(convert.end(), type.begin(), type.end());
+    ASSERT_EQ(RunCommand(convert).code, 0);
+    Result sender;
+    std::thread other([&] { sender = RunCommand({"send", sent, "--wait", "30"}); });
+    const Result receiver = RunCommand({"receive", received, "--wait", "30"});
+    other.join();
+    ASSERT_EQ(receiver.code, 0) << receiver.err;
+    ASSERT_EQ(sender.code, 0) << sender.err;
+    EXPECT_TRUE(ReadText(sent) == ReadText(received)) << type.front();
+  }
+  EXPECT_EQ(RunCommand({"receive", Path("x.fits"), "--wait", "0"}).code, 1);
+  EXPECT_EQ(RunCommand({"send", frame, "--wait", "0"}).code, 1);
+  EXPECT_EQ(RunCommand({"send", frame}, 600).code, 130);
+  EXPECT_EQ(RunCommand({"receive", Path("x.fits"), "--wait", "0"}).code, 1) << "nothing waits";
+}
+
+TEST_F(CommandTest, EditsFrames) {
+  const std::string frame = Path("f.fits");
+  const std::string out = Path("o.fits");
+  ASSERT_EQ(RunCommand({"synth", frame, "--width", "50", "--height", "40", "--planes", "2"}).code,
+            0);
+  ASSERT_EQ(RunCommand({"fill", frame, out, "--value", "65541", "--plane", "1"}).code, 0);
+  const std::string filled = RunCommand({"stats", out, "--json"}).out;
+  const std::size_t second = filled.find("\"plane\":1");
+  EXPECT_EQ(JsonNumber(filled, "min", second), 5) << "the low bits of 65541";
+  EXPECT_EQ(JsonNumber(filled, "max", second), 5);
+  EXPECT_EQ(JsonNumber(filled, "stddev", second), 0);
+  EXPECT_GT(JsonNumber(filled, "min", filled.find("\"plane\":0")), 5);
+  EXPECT_EQ(RunCommand({"fill", frame, out, "--value", "1", "--plane", "2"}).code, 2);
+
+  // Values that were scaled integers, as reals: the same figures without a scaling.
+  ASSERT_EQ(RunCommand({"convert", frame, out, "--bits", "8", "--level", "minmax"}).code, 0);
+  ASSERT_EQ(RunCommand({"physical", out, Path("p.fits")}).code, 0);
+  const std::string scaled = RunCommand({"stats", out, "--json"}).out;
+  const std::string physical = RunCommand({"stats", Path("p.fits"), "--json"}).out;
+  EXPECT_NE(JsonNumber(scaled, "bscale"), 1);
+  EXPECT_EQ(JsonNumber(physical, "bscale"), 1);
+  EXPECT_EQ(JsonNumber(physical, "max"), JsonNumber(scaled, "max"));
+  EXPECT_NEAR(JsonNumber(physical, "average"), JsonNumber(scaled, "average"), 1e-9);
+
+  ASSERT_EQ(RunCommand({"header", "set-times", frame, out, "--start", "2023-04-05T01:02:03",
+                        "--exposure", "60", "--coadd", "3"})
+                .code,
+            0);
+  EXPECT_EQ(RunCommand({"header", "get", out, "UT"}).out, "01:02:03.000\n");
+  EXPECT_EQ(RunCommand({"header", "get", out, "EXP1TIME"}).out, "20.000\n");
+  EXPECT_EQ(
+      RunCommand({"header", "set-times", frame, out, "--start", "yesterday", "--exposure", "1"})
+          .code,
+      2);
+}
+
+// A colour bitmap of 2 x 2 pixels, bottom row first like FITS, with a gap before
+// the pixels.
+TEST_F(CommandTest, ReadsBitmaps) {
+  std::string bmp = "BM";
+  const auto number = [&](unsigned value, int size) {
+    for (int i = 0; i < size; ++i) bmp += static_cast<char>(value >> (8 * i) & 0xFF);
+  };
+  number(0, 8);
+  number(14 + 40 + 6, 4);
+  for (const unsigned value : {40U, 2U, 2U}) number(value, 4);
+  number(1, 2);
+  number(24, 2);
+  for (int i = 0; i < 6; ++i) number(0, 4);
+  bmp += "gap...";
+  bmp += std::string("\x03\x02\x01\x06\x05\x04\0\0", 8);
+  bmp += std::string("\x09\x08\x07\x0C\x0B\x0A\0\0", 8);
+  const std::string file = Path("b.bmp");
+  std::ofstream(file, std::ios::binary) << bmp;
+  ASSERT_EQ(RunCommand({"from-bmp", file, Path("b.fits")}).code, 0);
+  const std::string pixels = ReadText(Path("b.fits")).substr(2880, 12);
+  EXPECT_EQ(pixels, (std::string{1, 4, 7, 10, 2, 5, 8, 11, 3, 6, 9, 12}));
+  std::ofstream(file, std::ios::binary) << bmp.substr(0, 70);
+  EXPECT_EQ(RunCommand({"from-bmp", file, Path("c.fits")}).code, 1);
+  EXPECT_FALSE(std::filesystem::exists(Path("c.fits")));
+}
+
+}  // namespace
+}  // namespace korin::test
