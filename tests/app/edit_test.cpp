@@ -1,3 +1,4 @@
+#include <cstdint>
 #include <fstream>
 #include <thread>
 
@@ -74,7 +75,7 @@ TEST_F(CommandTest, EditsFrames) {
 TEST_F(CommandTest, ReadsBitmaps) {
   std::string bmp = "BM";
   const auto number = [&](unsigned value, int size) {
-    for (int i = 0; i < size; ++i) bmp += static_cast<char>(value >> (8 * i) & 0xFF);
+    for (int i = 0; i < size; ++i) bmp += static_cast<char>(std::uint64_t{value} >> (8 * i) & 0xFF);
   };
   number(0, 8);
   number(14 + 40 + 6, 4);

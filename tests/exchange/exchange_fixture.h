@@ -21,6 +21,7 @@
 #include "platform/exchange_names.h"
 #include "platform/fault.h"
 #include "platform/shared_mapping.h"
+#include "support/system.h"
 
 #ifdef _WIN32
 #define popen _popen
@@ -140,7 +141,7 @@ class ExchangeTest : public ImageTest {
 class Partner {
  public:
   explicit Partner(const std::string& arguments)
-      : m_pipe(popen(("\"" + Program() + "\" " + arguments).c_str(), "w")) {}
+      : m_pipe(popen(ShellCommand("\"" + Program() + "\" " + arguments).c_str(), "w")) {}
   Partner(const Partner&) = delete;
   Partner& operator=(const Partner&) = delete;
   ~Partner() { Finish(); }

@@ -13,6 +13,7 @@
 #include "platform/atomic_file.h"
 #include "settings/settings_file.h"
 #include "support/memory_config.h"
+#include "support/system.h"
 
 namespace korin {
 namespace {
@@ -301,7 +302,7 @@ TEST_F(SettingsFile, ManyProcessesWrite) {
     children.emplace_back([&, p] {
       const std::string command =
           "\"" + g_program + "\" write \"" + file.string() + "\" p" + std::to_string(p);
-      EXPECT_EQ(std::system(command.c_str()), 0);
+      EXPECT_EQ(std::system(test::ShellCommand(command).c_str()), 0);
     });
   }
   for (auto& child : children) child.join();
