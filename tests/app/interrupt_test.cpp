@@ -10,7 +10,7 @@ TEST_F(CommandTest, InterruptLeavesNothing) {
   ASSERT_EQ(RunCommand({"synth", frame, "--width", "4000", "--height", "4000"}).code, 0);
   const auto size = std::filesystem::file_size(frame);
   int interrupted = 0;
-  for (int delay = 20; delay < 900; delay += 80) {
+  for (int delay = 20; delay < 900; delay += 140) {
     const std::vector<std::vector<std::string>> commands = {
         {"synth", Path("out.fits"), "--width", "4000", "--height", "4000"},
         {"convert", frame, Path("out.fits"), "--bits", "-64"},
