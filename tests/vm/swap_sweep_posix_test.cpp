@@ -151,7 +151,7 @@ TEST_F(SwapSweepTest, ASweepTakesLeftoversAndSparesTheRest) {
   // A pipe must neither block the sweep nor go.
   mkfifo((m_folder / "~QV5.tmp").c_str(), 0600);
   // What somebody holds, shared or not; in a folder it keeps the folder.
-  const fs::path held = Touch("~QV_VMIMAGE.tmp");
+  const fs::path held = Touch("~QV8.tmp");
   const int shared = open(held.c_str(), O_RDONLY | O_CLOEXEC);
   flock(shared, LOCK_SH);
   fs::create_directory(m_folder / "~QV.001");
@@ -165,7 +165,7 @@ TEST_F(SwapSweepTest, ASweepTakesLeftoversAndSparesTheRest) {
 
   SweepSwapFiles(m_folder);
   std::set<std::string> left = {"~QV2.tmp.bak", "other.tmp", "~QVfull.tmp", "target",
-                                "folder",       "~QV5.tmp",  "~QV.001",     "~QV_VMIMAGE.tmp"};
+                                "folder",       "~QV5.tmp",  "~QV.001",     "~QV8.tmp"};
   if (geteuid() == 0) left.insert("~QV7.tmp");
   EXPECT_EQ(Names(), left);
   EXPECT_TRUE(fs::exists(m_folder / "folder" / "inside"));

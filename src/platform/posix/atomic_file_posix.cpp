@@ -1,17 +1,11 @@
 #include "platform/atomic_file.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <system_error>
 #include <thread>
 #include <utility>
 
-#include "platform/fault.h"
+#include "platform/posix/file_calls.h"
 #include "platform/process.h"
 
 namespace korin::platform {
@@ -20,80 +14,18 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// Closes on every way out; Close tells whether the system was content.
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : m_fd(fd) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() { Close(); }
+using posix::Descriptor;
+using posix::LockResult;
 
-  // An interrupted close has closed all the same.
-  bool Close() {
-    if (m_fd < 0) return true;
-    const Fault fault = AskFault(Call::kCloseFile);
-    const bool closed = ::close(std::exchange(m_fd, -1)) == 0 || errno == EINTR;
-    return closed &&
-           (fault == Fault::kNone || fault == Fault::kShort || fault == Fault::kInterrupted);
-  }
-  int Release() { return std::exchange(m_fd, -1); }
-  int Get() const { return m_fd; }
-
- private:
-  int m_fd;
-};
-
-// Sets errno for an injected fault; false: none, make the call.
-bool Injected(Call call) {
-  switch (AskFault(call)) {
-    case Fault::kNone:
-    case Fault::kShort:
-      return false;
-    case Fault::kInterrupted:
-      errno = EINTR;
-      return true;
-    case Fault::kNoMemory:
-      errno = ENOMEM;
-      return true;
-    case Fault::kNoSpace:
-      errno = ENOSPC;
-      return true;
-    case Fault::kIoError:
-      break;
-  }
-  errno = EIO;
-  return true;
-}
-
-int Open(const fs::path& file, int flags, mode_t mode = 0) {
-  int fd = -1;
-  do {
-    fd = Injected(Call::kOpenFile) ? -1 : ::open(file.c_str(), flags | O_CLOEXEC | O_NOCTTY, mode);
-  } while (fd < 0 && errno == EINTR);
-  return fd;
-}
-
-// Moves up to `size` bytes in one call to the system; -1 on failure.
-template <typename Transfer>
-ssize_t Move(Call call, std::size_t size, Transfer transfer) {
-  for (;;) {
-    const Fault fault = AskFault(call);
-    if (fault == Fault::kInterrupted) continue;
-    if (fault != Fault::kNone && fault != Fault::kShort) return -1;
-    const std::size_t part = fault == Fault::kShort ? std::max<std::size_t>(size / 2, 1) : size;
-    const ssize_t moved = transfer(part);
-    if (moved >= 0 || errno != EINTR) return moved;
-  }
+Descriptor Open(const fs::path& file, int flags, mode_t mode = 0) {
+  return Descriptor(posix::Retry(
+      Call::kOpenFile, [&] { return ::open(file.c_str(), flags | O_CLOEXEC | O_NOCTTY, mode); }));
 }
 
 bool WriteAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t moved = Move(Call::kWriteFile, bytes.size(),
-                               [&](std::size_t part) { return ::write(fd, bytes.data(), part); });
-    if (moved <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(moved));
-  }
-  return true;
+  return posix::Transfer(Call::kWriteFile, bytes.size(), [&](std::size_t done, std::size_t n) {
+           return ::write(fd, bytes.data() + done, n);
+         }) == bytes.size();
 }
 
 // The file that a name stands for after all symbolic links. Where the target does
@@ -110,31 +42,15 @@ void MakeFolders(const fs::path& folder) {
   ::mkdir(folder.c_str(), 0700);  // a failure shows when the file is opened
 }
 
-bool SameFile(const struct stat& a, const struct stat& b) {
-  return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
-
-// Is the name still that of the open file?
-bool StillNamed(int fd, const fs::path& name) {
-  struct stat open {};
-  struct stat named {};
-  return ::fstat(fd, &open) == 0 && ::lstat(name.c_str(), &named) == 0 && SameFile(open, named);
-}
-
-enum class Try { kLocked, kHeld, kFailed };
-
-Try TryLock(int fd) {
-  for (;;) {
-    if (!Injected(Call::kLockFile) && ::flock(fd, LOCK_EX | LOCK_NB) == 0) return Try::kLocked;
-    if (errno == EINTR) continue;
-    if (errno == EWOULDBLOCK) return Try::kHeld;
-    if (errno == ENOLCK || errno == EOPNOTSUPP || errno == ENOSYS) return Try::kLocked;
-    return Try::kFailed;
-  }
+// Where the file system has no locks, nobody can hold one.
+LockResult TryLock(int fd) {
+  const LockResult result = posix::TryLock(fd, LOCK_EX);
+  const bool none = errno == ENOLCK || errno == EOPNOTSUPP || errno == ENOSYS;
+  return result == LockResult::kFailed && none ? LockResult::kTaken : result;
 }
 
 void Remove(const fs::path& file) {
-  if (!Injected(Call::kRemoveFile)) ::unlink(file.c_str());
+  if (!posix::Injected(Call::kRemoveFile)) ::unlink(file.c_str());
 }
 
 // Gives the new file what the old one had. False: the old one must not be replaced.
@@ -158,8 +74,8 @@ bool TakeOver(int fd, const fs::path& target) {
 
 SmallFile ReadSmallFile(const fs::path& file, std::size_t limit) {
   SmallFile result;
-  const Descriptor fd(Open(file, O_RDONLY | O_NONBLOCK));
-  if (fd.Get() < 0) {
+  const Descriptor fd = Open(file, O_RDONLY | O_NONBLOCK);
+  if (!fd) {
     result.state = errno == ENOENT ? FileState::kAbsent : FileState::kUnusable;
     return result;
   }
@@ -171,12 +87,17 @@ SmallFile ReadSmallFile(const fs::path& file, std::size_t limit) {
   std::string bytes;
   char buffer[16384];
   for (;;) {
-    const ssize_t moved = Move(Call::kReadFile, sizeof buffer,
-                               [&](std::size_t part) { return ::read(fd.Get(), buffer, part); });
-    if (moved < 0) return result;
-    if (moved == 0) break;
-    bytes.append(buffer, static_cast<std::size_t>(moved));
+    bool ended = false;
+    const std::size_t moved =
+        posix::Transfer(Call::kReadFile, sizeof buffer, [&](std::size_t done, std::size_t n) {
+          const ssize_t now = ::read(fd.Get(), buffer + done, n);
+          ended = now == 0;
+          return now;
+        });
+    bytes.append(buffer, moved);
     if (bytes.size() > limit) return result;  // it grew meanwhile
+    if (ended) break;
+    if (moved != sizeof buffer) return result;
   }
   result.state = FileState::kRead;
   result.bytes = std::move(bytes);
@@ -196,7 +117,7 @@ ReplaceLock::ReplaceLock(ReplaceLock&& other) noexcept
 ReplaceLock::~ReplaceLock() {
   if (m_handle < 0) return;
   const Descriptor fd(static_cast<int>(m_handle));
-  if (StillNamed(fd.Get(), m_lockFile)) Remove(m_lockFile);
+  if (posix::IsNamed(fd.Get(), m_lockFile.c_str())) Remove(m_lockFile);
 }
 
 std::optional<ReplaceLock> ReplaceLock::Acquire(const fs::path& file,
@@ -209,12 +130,12 @@ std::optional<ReplaceLock> ReplaceLock::Acquire(const fs::path& file,
   const auto end = std::chrono::steady_clock::now() + patience;
   auto pause = std::chrono::microseconds(100);
   for (;;) {
-    Descriptor fd(Open(lockFile, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK, 0600));
-    if (fd.Get() < 0) return std::nullopt;
-    const Try outcome = TryLock(fd.Get());
-    if (outcome == Try::kFailed) return std::nullopt;
-    if (outcome == Try::kLocked && StillNamed(fd.Get(), lockFile)) {
-      return ReplaceLock(target, std::move(lockFile), fd.Release());
+    Descriptor fd = Open(lockFile, O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK, 0600);
+    if (!fd) return std::nullopt;
+    const LockResult outcome = TryLock(fd.Get());
+    if (outcome == LockResult::kFailed) return std::nullopt;
+    if (outcome == LockResult::kTaken && posix::IsNamed(fd.Get(), lockFile.c_str())) {
+      return ReplaceLock(target, std::move(lockFile), fd.Take());
     }
     if (std::chrono::steady_clock::now() >= end) return std::nullopt;
     std::this_thread::sleep_for(pause);
@@ -229,13 +150,12 @@ bool ReplaceLock::Replace(std::string_view bytes) const {
   fs::path fresh = m_target;
   fresh += ".new";
   constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW;
-  int made = Open(fresh, flags, 0600);
-  if (made < 0 && errno == EEXIST) {
+  Descriptor fd = Open(fresh, flags, 0600);
+  if (!fd && errno == EEXIST) {
     Remove(fresh);  // left by a holder of this lock that was killed
-    made = Open(fresh, flags, 0600);
+    fd = Open(fresh, flags, 0600);
   }
-  Descriptor fd(made);
-  if (fd.Get() < 0) return false;
+  if (!fd) return false;
   // Closed before the name changes: some systems tell only then that the disk is full.
   const bool whole = TakeOver(fd.Get(), m_target) && WriteAll(fd.Get(), bytes) &&
                      ::fdatasync(fd.Get()) == 0 && fd.Close();

@@ -12,13 +12,6 @@ using posix::LockResult;
 
 constexpr int kAttempts = 20;
 
-bool IsNamed(int file, const std::filesystem::path& path) {
-  struct stat opened {};
-  struct stat named {};
-  return fstat(file, &opened) == 0 && opened.st_nlink > 0 && lstat(path.c_str(), &named) == 0 &&
-         posix::IsSameFile(opened, named);
-}
-
 bool RemoveName(const std::filesystem::path& path) {
   return posix::Retry(Call::kRemoveFile, [&] { return unlink(path.c_str()); }) == 0;
 }
@@ -36,15 +29,8 @@ bool RemoveFormer(const std::filesystem::path& path) {
 // that is visibly too short.
 bool ReserveSpace(int file, std::int64_t bytes) {
   if (posix::Injected(Call::kExtendFile)) return false;
-#ifdef __linux__
-  while (fallocate(file, FALLOC_FL_KEEP_SIZE, 0, static_cast<off_t>(bytes)) != 0) {
-    if (errno == EINTR) continue;
-    return errno == EOPNOTSUPP || errno == ENOSYS || errno == EINVAL;
-  }
-#else
-  static_cast<void>(file), static_cast<void>(bytes);
-#endif
-  return true;
+  const int error = posix::Allocate(file, FALLOC_FL_KEEP_SIZE, 0, bytes);
+  return error == 0 || posix::IsNotSupported(error);
 }
 
 }  // namespace
@@ -64,7 +50,8 @@ bool ExchangeFile::Create(const std::filesystem::path& path, std::int64_t bytes)
       continue;
     }
     // Between making and marking it a sweep may have taken the file for a leftover.
-    if (posix::TryLock(file.Get(), LOCK_SH) != LockResult::kBusy && IsNamed(file.Get(), path)) {
+    if (posix::TryLock(file.Get(), LOCK_SH) != LockResult::kBusy &&
+        posix::IsNamed(file.Get(), path.c_str())) {
       if (bytes > 0 && !ReserveSpace(file.Get(), bytes)) {
         RemoveName(path);
         return false;
@@ -91,7 +78,7 @@ bool ExchangeFile::Open(const std::filesystem::path& path) {
   while (posix::TryLock(file.Get(), LOCK_SH) == LockResult::kBusy) {
     if (!patience.Wait()) return false;
   }
-  if (!IsNamed(file.Get(), path)) return false;
+  if (!posix::IsNamed(file.Get(), path.c_str())) return false;
   m_handle = file.Take();
   m_path = std::move(kept);
   return true;
@@ -104,16 +91,16 @@ std::int64_t ExchangeFile::Size() const {
 
 bool ExchangeFile::Write(const void* buffer, std::size_t size) {
   return IsOpen() &&
-         posix::TransferAll(Call::kWriteFile, size, [&](std::size_t done, std::size_t piece) {
+         posix::Transfer(Call::kWriteFile, size, [&](std::size_t done, std::size_t piece) {
            return write(static_cast<int>(m_handle), static_cast<const char*>(buffer) + done, piece);
-         });
+         }) == size;
 }
 
 bool ExchangeFile::Read(void* buffer, std::size_t size) {
   return IsOpen() &&
-         posix::TransferAll(Call::kReadFile, size, [&](std::size_t done, std::size_t piece) {
+         posix::Transfer(Call::kReadFile, size, [&](std::size_t done, std::size_t piece) {
            return read(static_cast<int>(m_handle), static_cast<char*>(buffer) + done, piece);
-         });
+         }) == size;
 }
 
 bool ExchangeFile::Finish() {
@@ -127,7 +114,7 @@ bool ExchangeFile::Finish() {
 
 void ExchangeFile::Remove() noexcept {
   const int file = static_cast<int>(m_handle);
-  if (!IsOpen() || !IsNamed(file, m_path) || !RemoveName(m_path)) return;
+  if (!IsOpen() || !posix::IsNamed(file, m_path.c_str()) || !RemoveName(m_path)) return;
   // The writer still has it open, and with it the disk space.
   posix::Retry(Call::kExtendFile, [&] { return ftruncate(file, 0); });
 }

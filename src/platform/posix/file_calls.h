@@ -49,11 +49,13 @@ auto Retry(Call call, Make make) -> decltype(make()) {
   }
 }
 
-// Moves all of `size` bytes; `step(done, piece)` is a read or write of a piece.
+// Moves `size` bytes or as many as go and returns how many; `step(done, piece)` is a
+// read or write of a piece. Fewer than `size`: errno says why, EIO at a file's end.
 template <typename Step>
-bool TransferAll(Call call, std::size_t size, Step step) {
+std::size_t Transfer(Call call, std::size_t size, Step step) {
   constexpr std::size_t kPiece = std::size_t{1} << 30;  // the system cuts near 2 GiB
-  for (std::size_t done = 0; done < size;) {
+  std::size_t done = 0;
+  while (done < size) {
     std::size_t piece = std::min(size - done, kPiece);
     switch (AskFault(call)) {
       case Fault::kNone:
@@ -63,17 +65,26 @@ bool TransferAll(Call call, std::size_t size, Step step) {
         break;
       case Fault::kInterrupted:
         continue;
-      default:
-        return false;
+      case Fault::kNoMemory:
+        errno = ENOMEM;
+        return done;
+      case Fault::kNoSpace:
+        errno = ENOSPC;
+        return done;
+      case Fault::kIoError:
+        errno = EIO;
+        return done;
     }
     const ssize_t now = step(done, piece);
     if (now < 0 && errno == EINTR) continue;
-    if (now <= 0) return false;
+    if (now == 0) errno = EIO;
+    if (now <= 0) return done;
     done += static_cast<std::size_t>(now);
   }
-  return true;
+  return done;
 }
 
+// Closes on every way out; closing gives the lock back.
 class Descriptor {
  public:
   Descriptor() = default;
@@ -83,10 +94,14 @@ class Descriptor {
     std::swap(m_file, other.m_file);
     return *this;
   }
-  ~Descriptor() {
-    if (m_file < 0) return;
-    static_cast<void>(AskFault(Call::kCloseFile));  // nothing to be done about it
-    close(m_file);
+  ~Descriptor() { Close(); }
+
+  // Whether the system was content: some tell only now that the disk is full. An
+  // interrupted close has closed all the same.
+  bool Close() {
+    if (m_file < 0) return true;
+    const bool injected = Injected(Call::kCloseFile);
+    return (close(std::exchange(m_file, -1)) == 0 || errno == EINTR) && !injected;
   }
   int Get() const { return m_file; }
   int Take() { return std::exchange(m_file, -1); }
@@ -104,6 +119,28 @@ inline bool IsPrivateFile(const struct stat& info) {
 
 inline bool IsSameFile(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// Is `name`, relative to an open folder, still that of the open file?
+inline bool IsNamed(int file, const char* name, int folder = AT_FDCWD) {
+  struct stat opened {};
+  struct stat named {};
+  return fstat(file, &opened) == 0 && opened.st_nlink > 0 &&
+         fstatat(folder, name, &named, AT_SYMLINK_NOFOLLOW) == 0 && IsSameFile(opened, named);
+}
+
+// Reserves disk space; 0 or the system's number of the failure. `mode` as fallocate
+// takes it.
+inline int Allocate(int file, int mode, std::int64_t offset, std::int64_t size) {
+  while (fallocate(file, mode, static_cast<off_t>(offset), static_cast<off_t>(size)) != 0) {
+    if (errno != EINTR) return errno;
+  }
+  return 0;
+}
+
+// The file system, rather than the disk, has no room for the wish.
+inline bool IsNotSupported(int error) {
+  return error == EOPNOTSUPP || error == ENOSYS || error == EINVAL || error == ENOTSUP;
 }
 
 enum class LockResult { kTaken, kBusy, kFailed };

@@ -126,18 +126,18 @@ bool SharedMapping::Contains(std::int64_t offset, std::size_t size) const {
 
 bool SharedMapping::ReadAt(std::int64_t offset, void* buffer, std::size_t size) const {
   return Contains(offset, size) &&
-         posix::TransferAll(Call::kReadFile, size, [&](std::size_t done, std::size_t piece) {
+         posix::Transfer(Call::kReadFile, size, [&](std::size_t done, std::size_t piece) {
            return pread(static_cast<int>(m_handle), static_cast<char*>(buffer) + done, piece,
                         static_cast<off_t>(offset) + static_cast<off_t>(done));
-         });
+         }) == size;
 }
 
 bool SharedMapping::WriteAt(std::int64_t offset, const void* buffer, std::size_t size) const {
   return Contains(offset, size) &&
-         posix::TransferAll(Call::kWriteFile, size, [&](std::size_t done, std::size_t piece) {
+         posix::Transfer(Call::kWriteFile, size, [&](std::size_t done, std::size_t piece) {
            return pwrite(static_cast<int>(m_handle), static_cast<const char*>(buffer) + done, piece,
                          static_cast<off_t>(offset) + static_cast<off_t>(done));
-         });
+         }) == size;
 }
 
 bool IsSharedMappingHeld(std::string_view name) noexcept {

@@ -1,17 +1,13 @@
 #include "platform/swap_sweep.h"
 
 #include <dirent.h>
-#include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "platform/exchange_names.h"
-#include "platform/fault.h"
+#include "platform/posix/file_calls.h"
 #include "platform/shared_mapping.h"
 
 namespace korin::platform {
@@ -20,27 +16,9 @@ namespace {
 
 constexpr int kMaxDepth = 32;
 
-// A descriptor that closes itself; closing gives its lock back.
-class Descriptor {
- public:
-  explicit Descriptor(int file) : m_file(file) {}
-  Descriptor(Descriptor&& other) noexcept : m_file(std::exchange(other.m_file, -1)) {}
-  Descriptor& operator=(Descriptor&&) = delete;
-  ~Descriptor() {
-    if (m_file >= 0) close(m_file);
-  }
-  int Get() const { return m_file; }
-  explicit operator bool() const { return m_file >= 0; }
-
- private:
-  int m_file;
-};
+using posix::Descriptor;
 
 bool IsFault(Call call) { return AskFault(call) != Fault::kNone; }
-
-bool SameFile(const struct stat& a, const struct stat& b) {
-  return a.st_ino == b.st_ino && a.st_dev == b.st_dev;
-}
 
 std::vector<std::string> List(int folder) {
   std::vector<std::string> names;
@@ -70,11 +48,9 @@ Descriptor TakeAbandoned(int folder, const char* name, const struct stat& seen) 
   if (IsFault(Call::kOpenFile)) return Descriptor(-1);
   Descriptor file(openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat opened {};
-  struct stat named {};
-  const bool taken = file && fstat(file.Get(), &opened) == 0 && SameFile(opened, seen) &&
-                     !IsFault(Call::kLockFile) && flock(file.Get(), LOCK_EX | LOCK_NB) == 0 &&
-                     fstatat(folder, name, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-                     SameFile(opened, named);
+  const bool taken = file && fstat(file.Get(), &opened) == 0 && posix::IsSameFile(opened, seen) &&
+                     posix::TryLock(file.Get(), LOCK_EX) == posix::LockResult::kTaken &&
+                     posix::IsNamed(file.Get(), name, folder);
   return taken ? std::move(file) : Descriptor(-1);
 }
 
@@ -103,7 +79,7 @@ void RemoveContents(int folder, dev_t device, int depth) {
 void SweepFolder(int parent, const char* name, const struct stat& seen) {
   const Descriptor folder(openat(parent, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   struct stat opened {};
-  if (!folder || fstat(folder.Get(), &opened) != 0 || !SameFile(opened, seen)) return;
+  if (!folder || fstat(folder.Get(), &opened) != 0 || !posix::IsSameFile(opened, seen)) return;
   // One swap file that somebody holds keeps the whole folder.
   std::vector<Descriptor> locks;
   for (const std::string& entry : List(folder.Get())) {
