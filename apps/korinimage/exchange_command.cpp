@@ -5,9 +5,11 @@
 #include <CLI/Validators.hpp>
 #include <memory>
 #include <stdexcept>
+#include <system_error>
 
 #include "commands.h"
 #include "exchange_turn.h"
+#include "korinimage/io/file_error.h"
 #include "korinimage/shared_mem.h"
 
 namespace korin::app {
@@ -45,7 +47,7 @@ void Send(const ExchangeOptions& options, Session& session) {
     throw std::runtime_error(
         fmt::format("an image of {} planes cannot be sent; at most 3 can", image->GetPlanes()));
   }
-  ExchangeTurn turn;
+  const ExchangeTurn turn;
   turn.CheckFree();
   const OpenExchange exchange;
   const bool viaFile = NeedsFile(*image);
@@ -53,36 +55,41 @@ void Send(const ExchangeOptions& options, Session& session) {
       (viaFile && CSharedMem::WriteSharedFile(image.get()) == 0)) {
     throw std::runtime_error("the image cannot be handed over: shared memory or disk is short");
   }
-  turn.Offer();
-  if (!turn.WaitUntilTaken(std::chrono::seconds(options.patience))) {
+  if (!turn.OfferUntilTaken(std::chrono::seconds(options.patience))) {
     throw std::runtime_error(
         fmt::format("nobody received the image within {} seconds", options.patience));
   }
 }
 
 void Receive(const ExchangeOptions& options, Session& session) {
-  ExchangeTurn turn;
+  std::error_code error;
+  if (!std::filesystem::is_directory(std::filesystem::absolute(options.file).parent_path(),
+                                     error)) {
+    throw FileError(options.file, "cannot be created", "the folder must exist and be writable");
+  }
+  // What killed runs left: a run that receives nothing makes no manager that would.
+  CVmManager::DeleteAllSwapFiles(nullptr);
+  const ExchangeTurn turn;
   if (!turn.WaitForOffer(std::chrono::seconds(options.patience))) {
     throw std::runtime_error(
         fmt::format("nobody sent an image within {} seconds", options.patience));
   }
-  CImage image;
-  {
-    const OpenExchange exchange;
-    // The size first: it decides on the size of the blocks.
-    CImage announced;
-    if (CSharedMem::ReadSharedMemory(nullptr, &announced, 0) == 0) {
-      throw std::runtime_error("what was sent is not an image");
-    }
-    const auto manager = session.Manager(std::int64_t{announced.GetWidth()} * 8);
-    const bool viaFile = NeedsFile(announced);
-    if (CSharedMem::ReadSharedMemory(manager, &image, viaFile ? 0 : 1) == 0 ||
-        (viaFile && CSharedMem::ReadSharedFile(manager, &image) == 0)) {
-      throw std::runtime_error("the pixels cannot be received: memory or disk is short");
-    }
-    turn.Take();
+  const OpenExchange exchange;
+  // The size first: it decides on the size of the blocks.
+  CImage announced;
+  if (CSharedMem::ReadSharedMemory(nullptr, &announced, 0) == 0 || announced.GetWidth() < 1) {
+    throw std::runtime_error("what was sent is not an image");
   }
+  const auto manager = session.Manager(std::int64_t{announced.GetWidth()} * 8);
+  const bool viaFile = NeedsFile(announced);
+  CImage image;
+  if (CSharedMem::ReadSharedMemory(manager, &image, viaFile ? 0 : 1) == 0 ||
+      (viaFile && CSharedMem::ReadSharedFile(manager, &image) == 0)) {
+    throw std::runtime_error("the pixels cannot be received: memory or disk is short");
+  }
+  // The sender may rely on it that what was taken is safe.
   session.Save(image, options.file);
+  turn.Take();
 }
 
 void AddPatience(CLI::App& command, ExchangeOptions& options, const char* what) {
@@ -99,7 +106,7 @@ void AddExchangeCommands(CLI::App& app, Session& session) {
       "send", "Hand a frame to another process of this user, which runs receive");
   send->add_option("file", sending->file, "FITS file")->type_name("FILE")->required();
   AddHduOption(*send, sending->hdu);
-  AddPatience(*send, *sending, "How long to wait for the receiver (default: 60)");
+  AddPatience(*send, *sending, "How long to wait until the frame was received (default: 60)");
   send->callback([&session, sending] { Send(*sending, session); });
 
   auto receiving = std::make_shared<ExchangeOptions>();

@@ -67,3 +67,11 @@ class KORINIMAGE_API CSharedMem {
   // gives 0 and stays.
   static int ReadSharedFile(const std::shared_ptr<CVmManager>& manager, CImage* image);
 };
+
+namespace korin {
+
+// True while some living process of the user, this one included, has the exchange
+// open. Waits for nobody and opens nothing; any thread may ask.
+KORINIMAGE_API bool IsExchangeOpen() noexcept;
+
+}  // namespace korin

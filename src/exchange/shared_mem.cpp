@@ -178,3 +178,11 @@ int CSharedMem::WriteSharedFile(const CImage* image) {
 int CSharedMem::ReadSharedFile(const std::shared_ptr<CVmManager>& manager, CImage* image) {
   return Answer([&] { return image != nullptr && ReadFile(manager, *image); });
 }
+
+namespace korin {
+
+bool IsExchangeOpen() noexcept {
+  return platform::IsSharedMappingHeld(platform::kImageMappingName);
+}
+
+}  // namespace korin
