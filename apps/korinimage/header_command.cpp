@@ -3,6 +3,7 @@
 #include <CLI/Option.hpp>
 #include <CLI/TypeTools.hpp>
 #include <CLI/Validators.hpp>
+#include <chrono>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -11,6 +12,7 @@
 #include "commands.h"
 #include "json.h"
 #include "korinimage/io/file_error.h"
+#include "observation.h"
 #include "platform/text.h"
 
 namespace korin::app {
@@ -32,12 +34,8 @@ CHeader ReadHeader(const HeaderOptions& options) {
 }
 
 std::string CardText(const CHeader& header, int index) {
-  std::string card = platform::ToUtf8(header.GetAt(index));
+  std::string card = PrintableText(header.GetAt(index));
   card.resize(card.find_last_not_of(' ') + 1);
-  // A file must not send control sequences to the terminal.
-  for (char& c : card) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
-  }
   return card;
 }
 
@@ -87,12 +85,20 @@ struct TimesOptions {
   int coadd = 1;
 };
 
-// A Julian Date from text, by the rules that DATE-OBS is read with.
+// A Julian Date from text, by the rules that DATE-OBS is read with, except that days
+// and times that do not exist are no dates of the near future here.
 double JulianDate(const std::string& text) {
   CHeader header;
   header.Add(platform::FromUtf8("DATE-OBS= '" + text + "'").c_str());
+  tagADATE date;
   double jd = 0.0;
-  if (header.GetDateTime(jd) == 0) {
+  const bool found = header.GetDateTime(date) != 0 && header.GetDateTime(jd) != 0;
+  const std::chrono::year_month_day day{std::chrono::year(date.year),
+                                        std::chrono::month(static_cast<unsigned>(date.month)),
+                                        std::chrono::day(static_cast<unsigned>(date.day))};
+  const auto isWithin = [](double value, double end) { return value >= 0.0 && value < end; };
+  if (!found || !day.ok() || !isWithin(date.hour, 24.0) || !isWithin(date.minute, 60.0) ||
+      !isWithin(date.second, 61.0)) {
     throw UsageError("not a date and time like 2024-01-15T21:30:00: " + text);
   }
   return jd;
@@ -109,16 +115,7 @@ void SetTimes(const TimesOptions& options, Session& session) {
                             options.exposure / options.coadd) == 0) {
     throw std::runtime_error("these times cannot be written: years from 1900 on can");
   }
-  double readStart = 0.0;
-  double readEnd = 0.0;
-  if (header.GetDateTime(readStart) != 0 && header.GetEndDateTime(readEnd) != 0 &&
-      readEnd < readStart) {
-    fmt::print(stderr,
-               "korinimage: the cards put the end ({}) before the start ({}): they keep one date, "
-               "and the exposure crosses midnight\n",
-               CardValue(header, L"UT-END").value_or("?"),
-               CardValue(header, L"UT-STR").value_or("?"));
-  }
+  WarnOfReversedTimes(header);
   session.Save(*image, options.output);
 }
 

@@ -6,10 +6,9 @@
 #include <optional>
 #include <string>
 
-#include "card_value.h"
 #include "commands.h"
 #include "json.h"
-#include "platform/text.h"
+#include "observation.h"
 
 namespace korin::app {
 
@@ -34,35 +33,6 @@ std::string TypeName(const FitsDescription& image) {
     default:
       return "64-bit floating point";
   }
-}
-
-std::string DateText(const tagADATE& date) {
-  return fmt::format("{:04}-{:02}-{:02} {:02}:{:02}:{:06.3f} UTC", date.year, date.month, date.day,
-                     date.hour, date.minute, date.second);
-}
-
-// What the header says about the observation, by name; absent entries are left out.
-std::vector<std::pair<std::string, std::string>> Observation(const CHeader& header) {
-  std::vector<std::pair<std::string, std::string>> entries;
-  for (const auto& [name, key] : {std::pair{"object", L"OBJECT"},
-                                  {"telescope", L"TELESCOP"},
-                                  {"instrument", L"INSTRUME"},
-                                  {"filter", L"FILTER"},
-                                  {"observer", L"OBSERVER"}}) {
-    const std::string text = CardValue(header, key).value_or("");
-    if (!text.empty()) entries.emplace_back(name, text);
-  }
-  tagADATE date;
-  if (header.GetDateTime(date) != 0) entries.emplace_back("start", DateText(date));
-  if (header.GetMidDateTime(date) != 0) entries.emplace_back("middle", DateText(date));
-  double number = 0.0;
-  if (header.GetExposureTime(number) != 0) {
-    entries.emplace_back("exposure", fmt::format("{} s", number));
-  }
-  if (header.GetCoolingTemperature(number) != 0) {
-    entries.emplace_back("temperature", fmt::format("{} degrees Celsius", number));
-  }
-  return entries;
 }
 
 void PrintJson(const InfoOptions& options, const FitsDescription& image) {
@@ -118,6 +88,7 @@ void AddInfoCommand(CLI::App& app, Session&) {
     } else {
       PrintText(*options, image);
     }
+    WarnOfReversedTimes(image.header);
   });
 }
 
