@@ -55,9 +55,13 @@ class PackedBitmap {
     const std::uint32_t compression = Field(file, kFileHeader + 16, 4);
     std::int64_t colours = Field(file, kFileHeader + 32, 4);
     if (colours == 0 && bits <= 8) colours = std::int64_t{1} << bits;
-    const std::int64_t masks = header == kInfoHeader && compression == kBitFields ? 12 : 0;
+    std::int64_t masks = 0;
+    if (header == kInfoHeader && compression == kBitFields) {
+      masks = 12;
+      if (colours == 3) colours = 0;  // some writers count the masks as colours
+    }
     const std::int64_t front = header + masks + 4 * colours;
-    if (pixels < kFileHeader || pixels > size || front > size - kFileHeader) {
+    if (pixels < kFileHeader + header + masks || pixels > size || front > size - kFileHeader) {
       throw FileError(name, "is a damaged bitmap file");
     }
     m_handle = AllocGlobalMemory(front + size - pixels);
