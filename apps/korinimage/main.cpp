@@ -3,16 +3,20 @@
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <filesystem>
 #include <new>
 #include <string>
+#include <system_error>
 
 #include "commands.h"
 #include "interrupt.h"
 #include "korinimage/exceptions.h"
 #include "korinimage/version.h"
+#include "platform/terminal.h"
 #include "session.h"
 
 namespace {
@@ -52,7 +56,8 @@ int Run(int argc, char** argv) {
 
   try {
     app.parse(argc, argv);
-    if (std::fflush(stdout) != 0) return Fail("standard output cannot be written", kFailure);
+    errno = 0;
+    if (std::fflush(stdout) != 0) throw std::system_error(errno, std::generic_category());
     return 0;
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : kUsage;
@@ -66,6 +71,12 @@ int Run(int argc, char** argv) {
                 kFailure);
   } catch (const std::bad_alloc&) {
     return Fail("the system has no memory left", kFailure);
+  } catch (const std::filesystem::filesystem_error& error) {
+    return Fail(error.what(), kFailure);
+  } catch (const std::system_error& error) {  // from printing
+    // A reader that has seen enough, as head has, wants no message.
+    if (error.code() == std::errc::broken_pipe) return kFailure;
+    return Fail("standard output cannot be written: " + error.code().message(), kFailure);
   } catch (const std::exception& error) {
     return Fail(error.what(), kFailure);
   }
@@ -74,6 +85,7 @@ int Run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  korin::platform::OccupyClosedStreams();
   korin::app::WatchForInterrupts();
   return Run(argc, argv);
 }

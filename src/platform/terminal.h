@@ -12,4 +12,9 @@ bool IsTerminal(StandardStream stream) noexcept;
 // does not say.
 int TerminalColumns(StandardStream stream, int fallback) noexcept;
 
+// For the start of a command: occupies standard streams that its parent closed, so
+// that no file opened later takes their place and gets what is printed. Printing to
+// them fails.
+void OccupyClosedStreams() noexcept;
+
 }  // namespace korin::platform

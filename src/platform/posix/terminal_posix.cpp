@@ -1,5 +1,8 @@
+#include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 #include "platform/terminal.h"
 
@@ -19,6 +22,15 @@ int TerminalColumns(StandardStream stream, int fallback) noexcept {
   winsize size{};
   if (ioctl(Descriptor(stream), TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return fallback;
   return size.ws_col;
+}
+
+void OccupyClosedStreams() noexcept {
+  for (int file = STDIN_FILENO; file <= STDERR_FILENO; ++file) {
+    if (fcntl(file, F_GETFD) != -1 || errno != EBADF) continue;
+    // The lowest free number is this one. Opened the wrong way round: reading the
+    // input and writing the others are errors.
+    static_cast<void>(open("/dev/null", file == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+  }
 }
 
 }  // namespace korin::platform

@@ -24,4 +24,6 @@ int TerminalColumns(StandardStream stream, int fallback) noexcept {
   return columns > 0 ? columns : fallback;
 }
 
+void OccupyClosedStreams() noexcept {}  // handles are not numbered by their order
+
 }  // namespace korin::platform
