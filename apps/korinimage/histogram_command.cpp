@@ -3,6 +3,7 @@
 #include <CLI/Option.hpp>
 #include <CLI/TypeTools.hpp>
 #include <CLI/Validators.hpp>
+#include <cmath>
 #include <memory>
 #include <numeric>
 
@@ -20,7 +21,7 @@ struct HistogramOptions {
   std::filesystem::path png;
   int hdu = FitsOptions::kFirstImage;
   std::optional<int> plane;
-  int bins = 256;
+  std::optional<int> bins;
   std::optional<double> min;
   std::optional<double> max;
   std::optional<double> percent;
@@ -43,6 +44,26 @@ std::optional<Bounds> GivenBounds(const HistogramOptions& options, CImage& image
   return bounds;
 }
 
+// What a histogram covers; without bounds the image's own range.
+struct Coverage {
+  int bins = 256;
+  std::optional<Bounds> bounds;
+};
+
+// Bins of as many codes each, for a user who did not ask for a number: bins that take
+// in now one code more, now one less, would draw a comb. Edges lie between the codes.
+Coverage WholeCodes(const CImage& image, const Bounds& bounds) {
+  Coverage result;
+  const double code = std::abs(image.GetBscale());
+  const double codes = std::round((bounds.max - bounds.min) / code) + 1.0;
+  if (!std::isfinite(codes)) return {result.bins, bounds};
+  const double each = std::ceil(codes / result.bins);
+  result.bins = static_cast<int>(std::ceil(codes / each));
+  const double start = bounds.min - 0.5 * code;
+  result.bounds = Bounds{start, start + result.bins * each * code};
+  return result;
+}
+
 // Three planes are counted apart over one range, so that they compare; of any other
 // number the one asked for, or all together.
 std::vector<PlaneHistogram> Measure(const HistogramOptions& options, CImage& image) {
@@ -56,9 +77,17 @@ std::vector<PlaneHistogram> Measure(const HistogramOptions& options, CImage& ima
     planes = {0, 1, 2};
     if (!bounds) bounds = MeasureBounds(image, kAllPlanes);
   }
+  Coverage coverage;
+  if (options.bins) {
+    coverage = {*options.bins, bounds};
+  } else if (image.GetBitsPixel() > 0 && !options.min && !options.max) {
+    coverage = WholeCodes(image, bounds ? *bounds : MeasureBounds(image, planes.front()));
+  } else {
+    coverage.bounds = bounds;
+  }
   std::vector<PlaneHistogram> result;
   for (const int plane : planes) {
-    result.push_back({plane, MeasureHistogram(image, plane, options.bins, bounds)});
+    result.push_back({plane, MeasureHistogram(image, plane, coverage.bins, coverage.bounds)});
   }
   return result;
 }
@@ -67,7 +96,7 @@ void PrintJson(const HistogramOptions& options, const std::vector<PlaneHistogram
   JsonWriter json;
   json.BeginObject();
   json.Field("file", options.file.string());
-  json.Field("bins", options.bins);
+  json.Field("bins", static_cast<std::int64_t>(histograms.front().histogram.counts.size()));
   json.Key("histograms").BeginArray();
   for (const PlaneHistogram& plane : histograms) {
     json.BeginObject();
@@ -99,7 +128,7 @@ void AddHistogramCommand(CLI::App& app, Session& session) {
   CLI::App* command = app.add_subcommand("histogram", "How many pixels have which physical value");
   command->add_option("file", options->file, "FITS file")->type_name("FILE")->required();
   AddHduOption(*command, options->hdu);
-  command->add_option("--bins", options->bins, "Number of bins (default: 256)")
+  command->add_option("--bins", options->bins, "Number of bins (default: up to 256)")
       ->type_name("N")
       ->check(CLI::Range(1, 1 << 24));
   command->add_option("--plane", options->plane, "One plane only, counted from 0")
