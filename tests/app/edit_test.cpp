@@ -3,6 +3,7 @@
 #include <thread>
 
 #include "command_run.h"
+#include "korinimage/shared_mem.h"
 
 namespace korin::test {
 namespace {
@@ -22,14 +23,25 @@ TEST_F(CommandTest, HandsFramesOver) {
     ASSERT_EQ(RunCommand(convert).code, 0);
     Result sender;
     std::thread other([&] { sender = RunCommand({"send", sent, "--wait", "30"}); });
+    if (type.front() == "8") {  // what could not be saved was not taken
+      EXPECT_EQ(RunCommand({"receive", Swap(), "--wait", "30"}).code, 1);
+    }
     const Result receiver = RunCommand({"receive", received, "--wait", "30"});
     other.join();
     ASSERT_EQ(receiver.code, 0) << receiver.err;
     ASSERT_EQ(sender.code, 0) << sender.err;
     EXPECT_TRUE(ReadText(sent) == ReadText(received)) << type.front();
   }
+  // A killed sender's offer is cleared away and stops nobody; whoever has the exchange
+  // open does.
+  std::ofstream(Path("korinimage-offer")).flush();
   EXPECT_EQ(RunCommand({"receive", Path("x.fits"), "--wait", "0"}).code, 1);
-  EXPECT_EQ(RunCommand({"send", frame, "--wait", "0"}).code, 1);
+  EXPECT_FALSE(std::filesystem::exists(Path("korinimage-offer")));
+  EXPECT_NE(RunCommand({"send", frame, "--wait", "0"}).err.find("nobody received"),
+            std::string::npos);
+  ASSERT_EQ(CSharedMem::CreateFileMappings(0), 1);
+  EXPECT_NE(RunCommand({"send", frame, "--wait", "0"}).err.find("on its way"), std::string::npos);
+  CSharedMem::CloseMappingHandles();
   EXPECT_EQ(RunCommand({"send", frame}, 600).code, 130);
   EXPECT_EQ(RunCommand({"receive", Path("x.fits"), "--wait", "0"}).code, 1) << "nothing waits";
 }
@@ -64,10 +76,11 @@ TEST_F(CommandTest, EditsFrames) {
             0);
   EXPECT_EQ(RunCommand({"header", "get", out, "UT"}).out, "01:02:03.000\n");
   EXPECT_EQ(RunCommand({"header", "get", out, "EXP1TIME"}).out, "20.000\n");
-  EXPECT_EQ(
-      RunCommand({"header", "set-times", frame, out, "--start", "yesterday", "--exposure", "1"})
-          .code,
-      2);
+  for (const char* start : {"yesterday", "2023-02-29T00:00:00", "2023-04-05T24:00:00"}) {
+    EXPECT_EQ(
+        RunCommand({"header", "set-times", frame, out, "--start", start, "--exposure", "1"}).code,
+        2);
+  }
 }
 
 // A colour bitmap of 2 x 2 pixels, bottom row first like FITS, with a gap before
@@ -91,7 +104,19 @@ TEST_F(CommandTest, ReadsBitmaps) {
   ASSERT_EQ(RunCommand({"from-bmp", file, Path("b.fits")}).code, 0);
   const std::string pixels = ReadText(Path("b.fits")).substr(2880, 12);
   EXPECT_EQ(pixels, (std::string{1, 4, 7, 10, 2, 5, 8, 11, 3, 6, 9, 12}));
-  std::ofstream(file, std::ios::binary) << bmp.substr(0, 70);
+  // 16 bits, the three masks counted as colours as well: a red and a green pixel.
+  bmp = std::string("BM\0\0\0\0\0\0\0\0", 10);
+  for (const unsigned value : {66U, 40U, 2U, 1U, 16U << 16 | 1, 3U, 0U, 0U, 0U, 3U, 0U, 0xF800U,
+                               0x7E0U, 0x1FU, 0x07E0F800U}) {
+    number(value, 4);
+  }
+  std::ofstream(file, std::ios::binary) << bmp;
+  ASSERT_EQ(RunCommand({"from-bmp", file, Path("b.fits")}).code, 0);
+  EXPECT_EQ(ReadText(Path("b.fits")).substr(2880, 6), std::string("\xF8\0\0\xFC\0\0", 6));
+  bmp[10] = 20;  // pixels inside the header
+  std::ofstream(file, std::ios::binary) << bmp;
+  EXPECT_EQ(RunCommand({"from-bmp", file, Path("c.fits")}).code, 1);
+  std::ofstream(file, std::ios::binary) << bmp.substr(0, 65);
   EXPECT_EQ(RunCommand({"from-bmp", file, Path("c.fits")}).code, 1);
   EXPECT_FALSE(std::filesystem::exists(Path("c.fits")));
 }

@@ -11,7 +11,9 @@ TEST_F(CommandTest, StatisticsComeAsJson) {
   std::string text;
   for (std::string card :
        {"SIMPLE  = T", "BITPIX  = 16", "NAXIS   = 2", "NAXIS1  = 2", "NAXIS2  = 2",
-        "BSCALE  = -2.0", "BZERO   = 100.0", "OBJECT  = 'Crab''s '  / nebula", "END"}) {
+        "BSCALE  = -2.0", "BZERO   = 100.0", "OBJECT  = 'Crab''s '  / nebula", "EXPTIME = 30.0",
+        "OBSERVER= 'a\x1b[2J\xc2\x9bm'", "DATE-OBS= '2023-04-05T23:59:50'", "UT-END  = '00:00:10'",
+        "END"}) {
     card.resize(80, ' ');
     text += card;
   }
@@ -44,13 +46,22 @@ TEST_F(CommandTest, StatisticsComeAsJson) {
   const Result inner =
       RunCommand({"histogram", frame, "--bins", "2", "--min", "96", "--max", "98", "--json"});
   EXPECT_NE(inner.out.find("\"counts\":[2,1]"), std::string::npos) << inner.out;
+  const Result codes = RunCommand({"histogram", frame, "--json"});
+  EXPECT_NE(codes.out.find("\"min\":85,\"max\":99,\"width\":2,\"counts\":[1,0,0,0,0,2,1]"),
+            std::string::npos)
+      << codes.out;
 
   EXPECT_EQ(RunCommand({"header", "get", frame, "OBJECT"}).out, "Crab's\n");
   EXPECT_EQ(RunCommand({"header", "get", frame, "BSCALE"}).out, "-2.0\n");
   EXPECT_EQ(RunCommand({"header", "get", frame, "NOTHING"}).code, 1);
   EXPECT_NE(RunCommand({"header", "list", frame}).out.find("NAXIS2  = 2\n"), std::string::npos);
-  EXPECT_NE(RunCommand({"info", frame, "--json"}).out.find("\"object\":\"Crab's\""),
-            std::string::npos);
+  const Result info = RunCommand({"info", frame, "--json"});
+  EXPECT_NE(info.out.find("\"observation\":{\"object\":\"Crab's\",\"observer\":\"a?[2J?m\","
+                          "\"start\":\"2023-04-05 23:59:50.000 UTC\","
+                          "\"end\":\"2023-04-05 00:00:10.000 UTC\",\"exposure\":\"30 s\"}"),
+            std::string::npos)
+      << info.out;
+  EXPECT_NE(info.err.find("crosses midnight"), std::string::npos);
 }
 
 TEST_F(CommandTest, ExitCodesTellFailureFromWrongUsage) {
@@ -95,8 +106,10 @@ TEST_F(CommandTest, ExitCodesTellFailureFromWrongUsage) {
     EXPECT_NE(result.err.find("korinimage: "), std::string::npos);
   }
   EXPECT_EQ(List(m_folder).size(), 2U) << "frame and swap folder only";
-  const std::string toFull = std::string(KORINIMAGE_COMMAND) + " info " + frame + " > /dev/full";
-  EXPECT_EQ(WEXITSTATUS(std::system((toFull + " 2>/dev/null").c_str())), 1);
+  for (const char* nowhere : {" >/dev/full", " >&-"}) {
+    const std::string lost = std::string(KORINIMAGE_COMMAND) + " info " + frame + nowhere;
+    EXPECT_EQ(WEXITSTATUS(std::system((lost + " 2>/dev/null").c_str())), 1) << nowhere;
+  }
 }
 
 // The budget is exactly what was asked for, and looking at a picture does not write
