@@ -299,7 +299,7 @@ void FitsInput::ReadPlain(std::int64_t first, std::int64_t count, void* into) {
   const std::int64_t size = std::abs(m_description.type) / 8;
   if (!m_plain.is_open()) m_plain.open(m_name, std::ios::binary);
   m_plain.seekg(m_dataStart + first * size);
-  m_plain.read(static_cast<char*>(into), count * size);
+  m_plain.read(static_cast<char*>(into), static_cast<std::streamsize>(count * size));
   if (!m_plain) {
     throw FileError(m_name, "cannot be read at pixel " + std::to_string(first), kRemedyDamaged);
   }

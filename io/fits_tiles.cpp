@@ -196,7 +196,7 @@ class StreamReader {
     m_bytes.resize(static_cast<std::size_t>(bytes));
     m_file.clear();
     m_file.seekg(m_heapStart + m_offset);
-    m_file.read(reinterpret_cast<char*>(m_bytes.data()), bytes);
+    m_file.read(reinterpret_cast<char*>(m_bytes.data()), static_cast<std::streamsize>(bytes));
     if (!m_file) Damaged(row);
     return m_bytes;
   }

@@ -50,6 +50,7 @@ install_cmake() {
   local target=$1 name=$2 source=$3
   shift 3
   local log=$deps/build/$target/$name.log
+  rm -rf "$deps/build/$target/$name"
   mkdir -p "$deps/build/$target"
   if ! { cmake -S "$source" -B "$deps/build/$target/$name" -G Ninja \
     -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchains/$target.cmake" \
@@ -67,6 +68,28 @@ copy_headers() {
   local include=$deps/$1/include
   mkdir -p "$include"
   cp -r /usr/include/CLI /usr/include/fmt /usr/include/SimpleIni.h "$include/"
+}
+
+# Packages of the copied headers: of fmt only these are used.
+write_header_packages() {
+  local packages=$deps/$1/lib/cmake
+  mkdir -p "$packages/CLI11" "$packages/fmt"
+  header_package CLI11::CLI11 >"$packages/CLI11/CLI11Config.cmake"
+  header_package fmt::fmt >"$packages/fmt/fmtConfig.cmake"
+  echo 'set_property(TARGET fmt::fmt PROPERTY INTERFACE_COMPILE_DEFINITIONS FMT_HEADER_ONLY=1)' \
+    >>"$packages/fmt/fmtConfig.cmake"
+  local name
+  for name in CLI11 fmt; do
+    printf 'set(PACKAGE_VERSION_COMPATIBLE TRUE)\n' >"$packages/$name/${name}ConfigVersion.cmake"
+  done
+}
+
+header_package() {
+  cat <<END
+get_filename_component(prefix "\${CMAKE_CURRENT_LIST_DIR}/../../.." ABSOLUTE)
+add_library($1 INTERFACE IMPORTED)
+set_target_properties($1 PROPERTIES INTERFACE_INCLUDE_DIRECTORIES "\${prefix}/include")
+END
 }
 
 # The DLLs that every program of the compiler needs; the toolchain puts them beside it.
@@ -149,16 +172,19 @@ build_zlib() {
 }
 
 build_file_libraries() {
-  local target=$1
+  local target=$1 libm=""
+  # Looked for among the target's own libraries it would not be found.
+  if [ "$target" = linux-x86-32 ]; then libm=m; fi
   once "$target-zlib" build_zlib "$target"
   once "$target-libpng" install_cmake "$target" libpng "$deps/source/libpng1.6" \
     -DPNG_SHARED=OFF -DPNG_TESTS=OFF
   once "$target-cfitsio" install_cmake "$target" cfitsio "$deps/source/cfitsio" \
-    -DUSE_CURL=OFF -DTESTS=OFF -DUTILS=OFF
+    -DUSE_CURL=OFF -DTESTS=OFF -DUTILS=OFF -DM_LIB="$libm"
 }
 
 for target in "${targets[@]}"; do
   once "$target-headers" copy_headers "$target"
+  once "$target-header-packages" write_header_packages "$target"
   case $target in
     windows-x86-64) once "$target-runtime" copy_runtime "$target" x86_64 libgcc_s_seh-1.dll ;;
     windows-x86-32)

@@ -12,7 +12,7 @@ targets=("$@")
 scripts/cross-deps.sh --files "${targets[@]}"
 
 echo "== kernel generators"
-korin_build generators
+korin_build release --target KorinImage-halide_generators
 failed=()
 for target in "${targets[@]}"; do
   echo "== $target"

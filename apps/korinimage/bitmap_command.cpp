@@ -35,7 +35,7 @@ std::vector<BYTE> ReadBitmapFile(const std::filesystem::path& file) {
   if (error || size > kMostBytes) throw FileError(file, "is larger than a bitmap can be");
   std::vector<BYTE> bytes(static_cast<std::size_t>(size));
   std::ifstream in(file, std::ios::binary);
-  in.read(reinterpret_cast<char*>(bytes.data()), size);
+  in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(size));
   if (!in) throw FileError(file, "cannot be read");
   if (size < kFileHeader + kInfoHeader || bytes[0] != 'B' || bytes[1] != 'M') {
     throw FileError(file, "is not a bitmap file");

@@ -4,14 +4,15 @@
 
 #include <climits>
 #include <cmath>
-#include <limits>
 #include <random>
+
+#include "header/header_cards.h"
 
 namespace korin::calendar {
 namespace {
 
-constexpr double kInf = std::numeric_limits<double>::infinity();
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+using korin::test::kInf;
+using korin::test::kNan;
 
 void ExpectSame(const tagADATE& a, const tagADATE& b) {
   EXPECT_EQ(a.year, b.year);

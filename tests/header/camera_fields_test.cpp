@@ -1,14 +1,14 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 
+#include "header/header_cards.h"
 #include "korinimage/header.h"
 
 namespace {
 
-constexpr double kInf = std::numeric_limits<double>::infinity();
-constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
+using korin::test::kInf;
+using korin::test::kNan;
 
 TEST(CameraFields, StartNotSet) {
   const CHeader header;

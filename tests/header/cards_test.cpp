@@ -5,24 +5,15 @@
 #include <random>
 #include <utility>
 
+#include "header/header_cards.h"
 #include "korinimage/fits.h"
 #include "korinimage/header.h"
 
 namespace {
 
-using Cards = std::vector<std::wstring>;
-
-CHeader Make(const Cards& cards) {
-  CHeader header;
-  for (const auto& card : cards) header.Add(card.c_str());
-  return header;
-}
-
-Cards CardsOf(const CHeader& header) {
-  Cards cards;
-  for (int i = 0; i < header.GetCount(); ++i) cards.push_back(header.GetAt(i));
-  return cards;
-}
+using korin::test::Cards;
+using korin::test::CardsOf;
+using korin::test::Make;
 
 const std::wstring kTen(10, L' ');
 

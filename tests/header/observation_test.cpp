@@ -5,24 +5,17 @@
 #include <random>
 
 #include "header/calendar.h"
+#include "header/header_cards.h"
 #include "korinimage/header.h"
 #include "support/memory_config.h"
 
 namespace {
 
-using Cards = std::vector<std::wstring>;
-
-CHeader Make(const Cards& cards) {
-  CHeader header;
-  for (const auto& card : cards) header.Add(card.c_str());
-  return header;
-}
-
-Cards CardsOf(const CHeader& header) {
-  Cards cards;
-  for (int i = 0; i < header.GetCount(); ++i) cards.push_back(header.GetAt(i));
-  return cards;
-}
+using korin::test::Cards;
+using korin::test::CardsOf;
+using korin::test::kInf;
+using korin::test::kNan;
+using korin::test::Make;
 
 std::string Text(int found, const tagADATE& d) {
   if (found == 0) return "-";
@@ -263,8 +256,6 @@ TEST_F(SetMidDateTime, CardsAreReplacedWhereTheyStand) {
 }
 
 TEST_F(SetMidDateTime, RefusalsLeaveTheHeader) {
-  constexpr double kInf = std::numeric_limits<double>::infinity();
-  constexpr double kNan = std::numeric_limits<double>::quiet_NaN();
   const double now = 2460040.0;
   const double y1900 = Jd({1900, 1, 1, 0, 0, 10.0, 0});
   const double last = Jd({9999, 12, 31, 23, 59, 59.8, 0});

@@ -14,9 +14,9 @@ class CullImage : public CImage {
   using CImage::GetHistogramCullRAND;
 };
 
-using Counts = std::pair<std::int32_t, std::int32_t>;
+using CullCounts = std::pair<std::int32_t, std::int32_t>;
 
-std::optional<Counts> CountsFor(int width, int height) {
+std::optional<CullCounts> CountsFor(int width, int height) {
   CImage image;
   image.GetHistogramCullXRef() = {0};
   image.SetWidth(width);
@@ -27,12 +27,12 @@ std::optional<Counts> CountsFor(int width, int height) {
 using HistogramCull = ImageTest;
 
 TEST_F(HistogramCull, SamplingRule) {
-  EXPECT_EQ(CountsFor(4000, 3000), Counts(1024, 768));
-  EXPECT_EQ(CountsFor(800, 600), Counts(800, 600));
-  EXPECT_EQ(CountsFor(8000, 6000), Counts(2000, 1500));
+  EXPECT_EQ(CountsFor(4000, 3000), CullCounts(1024, 768));
+  EXPECT_EQ(CountsFor(800, 600), CullCounts(800, 600));
+  EXPECT_EQ(CountsFor(8000, 6000), CullCounts(2000, 1500));
   // At least one column and one row, however narrow the image.
-  EXPECT_EQ(CountsFor(1, 1000000), Counts(1, 786432));
-  EXPECT_EQ(CountsFor(1000000, 1), Counts(886810, 1));
+  EXPECT_EQ(CountsFor(1, 1000000), CullCounts(1, 786432));
+  EXPECT_EQ(CountsFor(1000000, 1), CullCounts(886810, 1));
   EXPECT_EQ(CountsFor(0, 5), std::nullopt);
   EXPECT_EQ(CullImage().GetHistogramCull(), std::nullopt);
   int x = 0;
@@ -48,7 +48,7 @@ TEST(HistogramCullSettings, AreReadUnclampedAndSetClamped) {
   image.CreateHistogramCull(3, 3);
   EXPECT_EQ(image.GetHistogramCull(), std::nullopt);
   image.SetHistogramCullParam(0.5, 1000);
-  EXPECT_EQ(image.GetHistogramCull(), Counts(8000, 6000));
+  EXPECT_EQ(image.GetHistogramCull(), CullCounts(8000, 6000));
 }
 
 TEST_F(HistogramCull, PermutationsFollowTheSeededSequence) {

@@ -56,7 +56,7 @@ class HostileTest : public IoTest {
     int status = 0;
     long axes[] = {60, 50};
     long tile[] = {60, tileHeight};
-    fits_create_diskfile(&fits, file.c_str(), &status);
+    fits_create_diskfile(&fits, file.string().c_str(), &status);
     fits_set_compression_type(fits, method, &status);
     fits_set_tile_dim(fits, 2, tile, &status);
     fits_create_img(fits, bitpix, 2, axes, &status);
@@ -91,7 +91,7 @@ class HostileTest : public IoTest {
     LONGLONG data = 0;
     long rowBytes = 0;
     long rows = 0;
-    fits_open_diskfile(&fits, Path("made.fits").c_str(), READONLY, &status);
+    fits_open_diskfile(&fits, Path("made.fits").string().c_str(), READONLY, &status);
     fits_movabs_hdu(fits, 2, nullptr, &status);
     fits_get_hduaddrll(fits, nullptr, &data, nullptr, &status);
     fits_read_key(fits, TLONG, "NAXIS1", &rowBytes, nullptr, &status);

@@ -170,7 +170,7 @@ TEST_P(CompressedTest, GivesThePixelsThatWentIn) {
   int status = 0;
   long axes[] = {kWidth, kHeight};
   long tile[] = {kWidth, how.tileHeight};
-  fits_create_diskfile(&file, Path("c.fits").c_str(), &status);
+  fits_create_diskfile(&file, Path("c.fits").string().c_str(), &status);
   fits_set_compression_type(file, how.method, &status);
   fits_set_tile_dim(file, 2, tile, &status);
   if (how.bitpix == FLOAT_IMG) fits_set_quantize_level(file, 0.0F, &status);  // lossless
@@ -239,7 +239,7 @@ TEST_F(CompressedTest, RestoresMissingValuesOfQuantizedTiles) {
   int status = 0;
   long axes[] = {kWidth, kHeight};
   float missing = -99.0F;
-  fits_create_diskfile(&file, Path("q.fits").c_str(), &status);
+  fits_create_diskfile(&file, Path("q.fits").string().c_str(), &status);
   fits_set_compression_type(file, RICE_1, &status);
   fits_set_quantize_level(file, 16.0F, &status);
   fits_create_img(file, FLOAT_IMG, 2, axes, &status);

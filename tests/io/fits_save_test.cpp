@@ -130,7 +130,7 @@ TEST_F(SaveFitsTest, OtherSoftwareReadsUnsignedPixels) {
   fitsfile* file = nullptr;
   int status = 0;
   unsigned read[4] = {};
-  fits_open_diskfile(&file, Path("c.fits").c_str(), READONLY, &status);
+  fits_open_diskfile(&file, Path("c.fits").string().c_str(), READONLY, &status);
   fits_read_img(file, TUINT, 1, 4, nullptr, read, nullptr, &status);
   fits_close_file(file, &status);
   ASSERT_EQ(status, 0);

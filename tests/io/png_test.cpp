@@ -21,7 +21,7 @@ class PngTest : public IoTest {
  protected:
   Picture Read(const std::string& name) const {
     Picture picture;
-    std::FILE* file = std::fopen(Path(name).c_str(), "rb");
+    std::FILE* file = std::fopen(Path(name).string().c_str(), "rb");
     png_structp png = png_create_read_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
     png_infop info = png_create_info_struct(png);
     png_init_io(png, file);

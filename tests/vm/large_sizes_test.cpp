@@ -8,7 +8,7 @@ namespace {
 
 using Policy = CVmManager::AllocationPolicy;
 
-constexpr std::int64_t kGiB = std::int64_t{1} << 30;
+constexpr std::int64_t kGigabyte = std::int64_t{1} << 30;
 
 struct Counts {
   std::int64_t memory = 0;
@@ -82,7 +82,8 @@ class LargeSizesTest : public VmTest {
 };
 
 TEST_F(LargeSizesTest, OneBlockOfAnySizeGoesOutAndComesBack) {
-  for (const std::int64_t bytes : {3 * kGiB, 5 * kGiB, 9 * kGiB + 4096, 1024 * kGiB}) {
+  for (const std::int64_t bytes :
+       {3 * kGigabyte, 5 * kGigabyte, 9 * kGigabyte + 4096, 1024 * kGigabyte}) {
     const std::int64_t blocks = (bytes + 262143) / 262144;
     m_counts = {};
     const auto manager = Create(blocks + 4, 2 * blocks);
@@ -108,7 +109,7 @@ TEST_F(LargeSizesTest, OneBlockOfAnySizeGoesOutAndComesBack) {
     EXPECT_EQ(m_counts.memory, bytes);
     EXPECT_NE(image.GetBlockOnMemory(0, false), nullptr);
     EXPECT_EQ(m_counts.read, bytes);
-    EXPECT_LE(m_counts.largest, kGiB);
+    EXPECT_LE(m_counts.largest, kGigabyte);
     EXPECT_EQ(manager->GetDiskUsedBytes(), 2 * blocks * 262144);
     EXPECT_EQ(manager->Inspect().fault, "");
   }
@@ -128,7 +129,7 @@ TEST_F(LargeSizesTest, PlanesAndBlocksBeyondFourGigabytes) {
   manager->SetAllocationPolicy(Policy::Blocks);
   CVmImage wide(manager, 8, 262144, 1 << 18, 1, nullptr);  // 64 GiB
   EXPECT_EQ(wide.GetBlockCount(), 1 << 18);
-  EXPECT_EQ(m_counts.memory, 64 * kGiB);
+  EXPECT_EQ(m_counts.memory, 64 * kGigabyte);
   EXPECT_NE(wide.GetImageAdr(262143, (1 << 18) - 1, 0, true, false, nullptr), nullptr);
 }
 

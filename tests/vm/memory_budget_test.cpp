@@ -1,15 +1,13 @@
 #include <limits>
 
 #include "platform/process.h"
+#include "vm/binary_units.h"
 #include "vm/memory_budget.h"
 #include "vm/swap_space.h"
 #include "vm/vm_test_support.h"
 
 namespace korin::test {
 namespace {
-
-constexpr std::uint64_t kMiB = 1 << 20;
-constexpr std::uint64_t kGiB = 1 << 30;
 
 struct Case {
   const char* name;

@@ -5,15 +5,13 @@
 #include <fstream>
 
 #include "platform/process.h"
+#include "vm/binary_units.h"
 
 namespace korin::test {
 namespace {
 
 namespace fs = std::filesystem;
 using platform::MemoryFigures;
-
-constexpr std::uint64_t kMiB = 1 << 20;
-constexpr std::uint64_t kGiB = 1 << 30;
 
 // A tree with the files that the figures come from.
 class MemoryFiguresTest : public ::testing::Test {

@@ -10,7 +10,7 @@ namespace {
 using posix::Descriptor;
 using posix::LockResult;
 
-constexpr int kAttempts = 20;
+constexpr int kFileAttempts = 20;
 
 bool RemoveName(const std::filesystem::path& path) {
   return posix::Retry(Call::kRemoveFile, [&] { return unlink(path.c_str()); }) == 0;
@@ -40,7 +40,7 @@ bool ExchangeFile::Create(const std::filesystem::path& path, std::int64_t bytes)
   if (bytes < 0 || bytes > FileSizeLimit()) return false;
   std::filesystem::path kept(path);
   posix::Patience patience;
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+  for (int attempt = 0; attempt < kFileAttempts; ++attempt) {
     Descriptor file(posix::Retry(Call::kOpenFile, [&] {
       return open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                   S_IRUSR | S_IWUSR);

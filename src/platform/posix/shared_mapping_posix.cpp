@@ -16,7 +16,7 @@ using posix::Descriptor;
 using posix::LockResult;
 using posix::TryLock;
 
-constexpr int kAttempts = 100;
+constexpr int kMappingAttempts = 100;
 
 std::string ObjectName(std::string_view name) { return "/" + std::string(name); }
 
@@ -85,7 +85,7 @@ bool SharedMapping::Open(std::string_view name, std::int64_t bytes) {
   const std::string object = ObjectName(name);
   std::string kept(name);
   posix::Patience patience;
-  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+  for (int attempt = 0; attempt < kMappingAttempts; ++attempt) {
     Descriptor file = OpenObject(object, O_CREAT);
     if (!file || !IsPrivateObject(file)) return false;
     if (!Join(file, bytes, patience)) {
