@@ -99,7 +99,7 @@ bool CVmManagerImpl::PlaceInMemory(CVmHandle& handle, std::int64_t index) {
 bool CVmManagerImpl::PlaceInSwap(CVmHandle& handle, std::int64_t index) {
   const std::int64_t size = BlocksOf(handle.GetBlockSize());
   const bool exhausted = !m_slots.HasFree() && m_slots.Used() >= m_slots.Limit();
-  if (exhausted && !GiveUpCopy(size)) return false;
+  if (exhausted) GiveUpCopy(size);
   std::int64_t slot = m_slots.FindFree(size);
   if (slot != SwapSlots::kNone) {
     if (!ReuseSlot(slot, size)) return false;

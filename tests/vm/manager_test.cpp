@@ -290,6 +290,16 @@ TEST_F(ManagerTest, ABudgetBelowOneBlockIsAnErrorThatNamesIt) {
     EXPECT_EQ(error.Figures().allowed, kBlock);
     EXPECT_NE(std::string(error.what()).find("8192"), std::string::npos);
   }
+  // The same for the limit of the swap file, reached to the block.
+  const auto full = CreateManagerForTest(kBlock, 1, 2);
+  const CVmImage all(full, 8, kBlock, 3, 1, nullptr);
+  try {
+    const CVmImage more(full, 8, kBlock, 1, 1, nullptr);
+    ADD_FAILURE() << "there was no room";
+  } catch (const CVmMemoryAllocationError& error) {
+    EXPECT_EQ(error.Figures().allowed, 2 * kBlock);
+    EXPECT_NE(std::string(error.what()).find("MaxDiskSize"), std::string::npos);
+  }
 }
 
 }  // namespace

@@ -1,4 +1,7 @@
 #include <limits>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "platform/process.h"
 #include "vm/binary_units.h"
@@ -78,6 +81,54 @@ TEST(DiskBudget, TakesFourFifthsWithoutOverflow) {
 }
 
 class ConfigurationTest : public VmTest {};
+
+// Notes which values are read, written and deleted.
+class NotingConfig : public MemoryConfig {
+ public:
+  std::wstring ReadString(std::string_view section, std::string_view key,
+                          std::wstring_view fallback) const override {
+    Note("read ", key);
+    return MemoryConfig::ReadString(section, key, fallback);
+  }
+  void WriteString(std::string_view section, std::string_view key,
+                   std::wstring_view value) override {
+    Note("write ", key);
+    MemoryConfig::WriteString(section, key, value);
+  }
+  void DeleteValue(std::string_view section, std::string_view key) override {
+    Note("delete ", key);
+    MemoryConfig::DeleteValue(section, key);
+  }
+  std::vector<std::string> Take() { return std::exchange(calls, {}); }
+
+ private:
+  void Note(const char* what, std::string_view key) const {
+    calls.push_back(what + std::string(key));
+  }
+  mutable std::vector<std::string> calls;
+};
+
+TEST_F(ConfigurationTest, SettingsAreAskedForInTheirOrder) {
+  using Calls = std::vector<std::string>;
+  const auto config = std::make_shared<NotingConfig>();
+  Config::SetDefaultConfig(config);
+  config->WriteInt("VMManager", "MemoryRatio", 0);
+  config->Take();
+  const auto manager = CVmManager::Create(nullptr);
+  EXPECT_EQ(manager->GetMemoryInfo().budget, 32 << 20);
+  EXPECT_EQ(config->Take(), (Calls{"read BlockSize", "read MemoryRatio", "read MinMemorySize",
+                                   "read ReservedMemory", "read VMDrive", "read MaxDiskSize",
+                                   "read Wow64MemoryRatio", "read AvailPhysMemory",
+                                   "write AcquiredMemory", "read MaxDiskSize"}));
+  VMSTATUS status = manager->GetStatus();
+  EXPECT_TRUE(config->Take().empty());
+  CVmManager::WriteVmStatus(&status);
+  status.vmDrive = L"/x";
+  CVmManager::WriteVmStatus(&status);
+  EXPECT_EQ(config->Take(), (Calls{"delete VMDrive", "write MemoryRatio", "write MaxDiskSize",
+                                   "delete AcquiredMemory", "write VMDrive", "write MemoryRatio",
+                                   "write MaxDiskSize", "delete AcquiredMemory"}));
+}
 
 TEST_F(ConfigurationTest, ReadsEverySettingWithItsDefault) {
   auto current = CVmManagerConfiguration::CurrentConfiguration();
