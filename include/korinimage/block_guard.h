@@ -12,7 +12,7 @@ namespace korin {
 
 // Holds one block of an image in memory while it lives: its address stays valid,
 // and it is marked modified when it was taken to be written. Movable, not
-// copyable. Made by CVmImage::PinBlock.
+// copyable. Made by CVmImage::PinBlock; let go on the thread that took it.
 class KORINIMAGE_API BlockGuard {
  public:
   BlockGuard() = default;

@@ -28,7 +28,7 @@ class KORINIMAGE_API Config {
   // Replaces the process-wide object (an application with a store of its own, or
   // a test); an empty pointer goes back to the INI file, read afresh.
   static void SetDefaultConfig(std::shared_ptr<Config> config);
-  // A store on the given INI file.
+  // A store on the given INI file; with an empty path, one that lives in memory only.
   static std::shared_ptr<Config> OpenFile(const std::filesystem::path& file);
 
   Config() = default;
