@@ -46,13 +46,14 @@ void CVmManagerImpl::ChangeHold(Record& record, Change change) noexcept {
   change(record.memory);
   const Hold after = HoldOf(record);
   if (before == after) return;
+  // A pin that became a lock also ends a wait: it is not worth it any more.
+  if (m_waiting > 0 && before != Hold::kNone) m_released.notify_all();
   if (before == Hold::kNone) m_evictable.Remove(record);
   if (before == Hold::kPinned) m_nPinnedBlocks -= record.memory.m_nSize;
   if (after == Hold::kPinned) m_nPinnedBlocks += record.memory.m_nSize;
   if (after == Hold::kNone) {
     korin::vm::MoveAndPoison(record.memory.m_pMemory, record.bytes);
     m_evictable.Add(record);
-    if (m_waiting > 0) m_released.notify_all();
   }
 }
 

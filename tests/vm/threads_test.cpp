@@ -125,6 +125,16 @@ TEST_F(ThreadsTest, AFetchWaitsForGuardsOfOthersOnly) {
                           [&] { return static_cast<bool>(image.PinBlock(1, BlockIntent::Read)); });
   EXPECT_FALSE(other.get());
   image.Unlock(lock);
+
+  // Nor is one that takes the place of a guard.
+  mine = image.PinBlock(0, BlockIntent::Write);
+  other = std::async(std::launch::async,
+                     [&] { return static_cast<bool>(image.PinBlock(1, BlockIntent::Read)); });
+  EXPECT_EQ(other.wait_for(50ms), std::future_status::timeout);
+  image.GetImageAdr(0, 0, 0, false, true, &lock);
+  mine.Release();
+  EXPECT_EQ(other.wait_for(10s), std::future_status::ready);
+  EXPECT_FALSE(other.get());
 }
 
 }  // namespace
