@@ -100,7 +100,8 @@ class KORINIMAGE_API CImage : public CObject {
   std::unique_ptr<CImage> Clone(HWND window, const wchar_t* caption) const;
   // Takes over all attributes of the source, with a new store of zeros of its
   // shape. False for a source without store (type, size and scaling are taken over
-  // all the same); throws when the source's manager is gone.
+  // all the same); throws, with this image unchanged, when the source's manager is
+  // gone or memory is refused.
   bool Create(const CImage& source, const ProgressPtr& progress);
   bool Create(const CImage& source, HWND window, const wchar_t* caption);
   // A new image like this one with a store of zeros; null when that fails.
@@ -255,7 +256,8 @@ class KORINIMAGE_API CImage : public CObject {
   double GetStdDevRaw(int plane, double mean) const;
   double GetStdDev(int plane) const;
   double GetStdDev(int plane, double mean) const;
-  // Counts per bin; pixels outside the bins are not counted; bins <= 0: empty.
+  // Counts per bin; pixels outside the bins are not counted; bins <= 0: empty. More
+  // than 2^29 - 1 bins, also of a mode: korin::CKorinImageBadAllocException.
   std::vector<std::int32_t> HistogramRaw(int plane, int bins) const;
   std::vector<std::int32_t> HistogramRaw(int plane, double min, double max, int bins) const;
   std::vector<std::int32_t> Histogram(int plane, int bins) const;
@@ -285,9 +287,11 @@ class KORINIMAGE_API CImage : public CObject {
   // --- bit depth --------------------------------------------------------------------
 
   // Makes this image the conversion of `source` (null: of itself). True at once
-  // when this image already has the type. False for an unknown type or when memory
-  // is refused. Integer results rewrite BSCALE and BZERO; NaN becomes the highest
-  // code. `isSigned` matters for 16 and 32 bits.
+  // when this image already has the type. False for an unknown type, for an image
+  // without pixels or manager, or when memory is refused. Integer results rewrite
+  // BSCALE and BZERO; NaN becomes the highest code. `isSigned` matters for 16 and 32
+  // bits. Raw stores physical values but keeps BSCALE (and BZERO but for the shift):
+  // with a scaling other than 1 and 0 they are scaled again when read.
   bool ChangeBits(const CImage* source, DataType type, bool isSigned, ChangeBitsLevel level,
                   const ProgressPtr& progress);
   bool ChangeBits(const CImage* source, DataType type, bool isSigned, ChangeBitsLevel level,

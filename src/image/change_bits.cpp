@@ -139,7 +139,7 @@ bool CImage::IsBitsChangeableRaw(DataType type, const std::vector<double>& level
 
 bool CImage::ChangeBitsToReal(const CImage* source, DataType type, const ProgressPtr& progress) {
   const CImage& from = source != nullptr ? *source : *this;
-  if (from.IsEmpty()) return false;
+  if (!from.VmManager()) return false;
   const auto kind = korin::ElementKindOf(from);
   if (!kind) return false;
   (void)korin::RequirePixels(from, *kind);

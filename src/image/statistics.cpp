@@ -8,6 +8,7 @@
 #include "image/image_pixels.h"
 #include "image/kernel_statistics.h"
 #include "image/row_statistics.h"
+#include "kernels/kernel_calls.h"
 #include "korinimage/exceptions.h"
 #include "korinimage/image.h"
 
@@ -35,6 +36,15 @@ std::pair<double, double> Ordered(double a, double b) {
   return b < a ? std::pair(b, a) : std::pair(a, b);
 }
 
+// Refuses bins that no kernel can count, before memory is taken for them. The rows
+// could, but an answer must not depend on the policy.
+void RequireCountable(std::int64_t bins) {
+  if (bins <= korin::kernels::kMostBins) return;
+  throw korin::CKorinImageBadAllocException(
+      "a histogram of " + std::to_string(bins) + " bins has more than " +
+      std::to_string(korin::kernels::kMostBins) + " bins: ask for fewer");
+}
+
 std::vector<std::int32_t> EmptyHistogram(int bins) {
   return std::vector<std::int32_t>(static_cast<std::size_t>(std::max(bins, 0)));
 }
@@ -42,6 +52,7 @@ std::vector<std::int32_t> EmptyHistogram(int bins) {
 // The row path divides by bins - 1, so that the maximum itself falls into the last bin.
 std::vector<std::int32_t> RowHistogram(const PixelView& view, int plane, double min, double max,
                                        int bins) {
+  RequireCountable(bins);
   const double width = (max - min) / static_cast<double>(std::max(bins - 1, 1));
   return korin::row_path::Histogram(view, plane, min, width, bins);
 }
@@ -113,11 +124,7 @@ std::tuple<double, double, double> CImage::GetMinMaxMode(int plane, int bins,
   const auto [min, max] = GetMinMaxRaw(plane);
   if (bins < 1 || subdivision < 1) return {min, max, min};
   const std::int64_t fineBins = std::int64_t{bins} * subdivision;
-  if (fineBins > std::numeric_limits<std::int32_t>::max()) {
-    throw korin::CKorinImageBadAllocException(
-        "a mode histogram of " + std::to_string(bins) + " x " + std::to_string(subdivision) +
-        " bins is larger than 2147483647 bins: ask for fewer");
-  }
+  RequireCountable(fineBins);
   // No local structured binding is captured here: clang 14 refuses it.
   const PixelView& pixels = *view;
   const double low = min;
@@ -183,6 +190,7 @@ std::vector<std::int32_t> CImage::HistogramRaw(int plane, double min, double max
   const auto [kernelPath, view] = SubjectOf(*this);
   if (bins <= 0 || !view) return EmptyHistogram(bins);
   if (kernelPath) {
+    RequireCountable(bins);
     return korin::kernel_path::Histogram(*view, plane, min, max, bins, m_bscale < 0.0);
   }
   const auto [low, high] = Ordered(ApplyBaseScaleOffset(min), ApplyBaseScaleOffset(max));

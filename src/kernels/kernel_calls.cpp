@@ -14,8 +14,6 @@
 namespace korin::kernels {
 namespace {
 
-constexpr std::int32_t kMostBins = (1 << 29) - 1;
-
 constexpr bool kSuccess(int code) { return code == 0; }
 
 // The shape of a call and how it is cut into bands.

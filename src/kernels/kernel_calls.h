@@ -19,6 +19,9 @@ namespace korin::kernels {
 // Bytes of a band stay below this: pipelines index with 32 bits.
 inline constexpr std::int64_t kBandBytes = (std::int64_t{1} << 31) - 1;
 
+// More bins than this do not fit a pipeline's output.
+inline constexpr std::int32_t kMostBins = (1 << 29) - 1;
+
 // Smallest and largest sample. NaN is skipped and a zero is +0; no samples, or
 // none but NaN, give the neutral pair (largest, smallest), infinities for
 // floating-point types.
@@ -49,7 +52,7 @@ template <typename T>
 // Counts into `bins` bins from fMin, each max((fMax - fMin) / bins, 1) wide;
 // `inverse` mirrors them. Samples outside are not counted. `counts` is
 // overwritten, zeros included when there are no samples; nothing is written for
-// bins <= 0. False from 2^29 bins.
+// bins <= 0. False beyond kMostBins.
 template <typename T>
 [[nodiscard]] bool Histogram(const T* pixels, std::int64_t width, std::int64_t lines,
                              std::int64_t stride, double fMin, double fMax, std::int32_t bins,

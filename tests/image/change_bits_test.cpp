@@ -141,6 +141,49 @@ TEST_F(ChangeBits, CookedMapsEachPlaneAndSetsLevels) {
   }
 }
 
+TEST_F(ChangeBits, TheRandomSequenceGoesOnAsAfterCopies) {
+  const auto manager = MakeManager(4096, 100);
+  const CImage image = MakeImage<std::uint16_t>(manager, {9, 9, 1}, std::vector<std::uint16_t>(81));
+  CImage start;
+  start = image;
+  for (const bool toInteger : {true, false}) {
+    const auto type = toInteger ? CImage::DataTypeInt8 : CImage::DataTypeFloat;
+    // In place an integer conversion works from a copy, then assigns the result.
+    CImage source;
+    if (toInteger) source = start;
+    const auto clone = (toInteger ? source : start).CloneWithoutImage(type, CImage::ProgressPtr());
+    CImage expected;
+    expected = *clone;
+    CImage converted(std::move(start));
+    start = image;
+    ASSERT_TRUE(converted.ChangeBits(type, true, Level::MinMax, CImage::ProgressPtr()));
+    EXPECT_EQ(converted.GetHistogramCullXRef(), expected.GetHistogramCullXRef());
+    EXPECT_EQ(converted.GetHistogramCullYRef(), expected.GetHistogramCullYRef());
+  }
+}
+
+TEST_F(ChangeBits, ReportsAllocationThenBlocksOrRows) {
+  const auto manager = MakeManager(4096, 100);
+  const std::pair<Policy, std::vector<std::string>> expected[] = {
+      {Policy::Planes,
+       {"update 50", "update 100", "initialize", "update 50", "update 100", "finalize"}},
+      {Policy::Blocks,
+       {"update 100", "initialize", "update 25", "update 50", "update 75", "update 100",
+        "finalize"}}};
+  for (const auto& [policy, calls] : expected) {
+    manager->SetAllocationPolicy(policy);
+    for (const auto& [type, level] : {std::pair(CImage::DataTypeInt8, Level::Raw),
+                                      {CImage::DataTypeInt8, Level::Cooked},
+                                      {CImage::DataTypeInt32, Level::MinMax},
+                                      {CImage::DataTypeDouble, Level::Automatic}}) {
+      CImage image = MakeImage<float>(manager, {3, 2, 2}, std::vector<float>(12, 1.0f));
+      const auto sink = std::make_shared<RecordingProgress>();
+      EXPECT_TRUE(image.ChangeBits(type, true, level, sink));
+      EXPECT_EQ(sink->calls, calls) << type;
+    }
+  }
+}
+
 TEST_F(ChangeBits, AutomaticAsksTheLevels) {
   const auto manager = MakeManager(4096, 100);
   CImage image = MakeImage<std::uint16_t>(manager, {2, 1, 1}, {0, 300});
@@ -174,6 +217,10 @@ TEST_F(ChangeBits, ShortCutsAndRefusals) {
                                   CImage::ProgressPtr()));
   }
   EXPECT_FALSE(CImage().ChangeBits(CImage::DataTypeInt8, false, Level::Raw, CImage::ProgressPtr()));
+  CImage orphan = MakeImage<std::uint8_t>(MakeManager(4096, 9), {1, 1, 1}, {1});
+  for (const auto type : {CImage::DataTypeFloat, CImage::DataTypeInt16}) {
+    EXPECT_FALSE(orphan.ChangeBits(type, true, Level::Raw, CImage::ProgressPtr()));
+  }
   // A cast from a type to itself does not exist; the flag is set all the same.
   EXPECT_FALSE(
       image.ChangeBits(&other, CImage::DataTypeFloat, true, Level::Raw, CImage::ProgressPtr()));

@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <numeric>
-
 #include "image/image_fixture.h"
 
 namespace korin::test {
@@ -49,6 +46,15 @@ TEST(HistogramCullSettings, AreReadUnclampedAndSetClamped) {
   EXPECT_EQ(image.GetHistogramCull(), std::nullopt);
   image.SetHistogramCullParam(0.5, 1000);
   EXPECT_EQ(image.GetHistogramCull(), CullCounts(8000, 6000));
+
+  config->WriteString("ChannelPalette", "HistogramCullRatio", L"100");
+  const std::pair<const wchar_t*, std::optional<CullCounts>> minimums[] = {
+      {L"100", CullCounts(80, 60)}, {L"0", std::nullopt}, {L"-1", CullCounts(8000, 6000)}};
+  for (const auto& [minimum, counts] : minimums) {
+    config->WriteString("ChannelPalette", "HistogramCullMin", minimum);
+    image.InitHistogramCull();
+    EXPECT_EQ(image.GetHistogramCull(), counts) << minimum;
+  }
 }
 
 TEST_F(HistogramCull, PermutationsFollowTheSeededSequence) {
@@ -65,20 +71,20 @@ TEST_F(HistogramCull, PermutationsFollowTheSeededSequence) {
                                                   static_cast<float>(99));
   EXPECT_EQ(skipping.GetHistogramCullRAND(100), expected);
 
-  CullImage a;
-  CullImage b;
-  a.CreateHistogramCull(500, 1);
-  b.CreateHistogramCull(500, 1);
-  EXPECT_EQ(a.GetHistogramCullXRef(), b.GetHistogramCullXRef());
-  EXPECT_EQ(a.GetHistogramCullYRef(), std::vector<std::int32_t>{0});
-  auto sorted = a.GetHistogramCullXRef();
-  EXPECT_FALSE(std::is_sorted(sorted.begin(), sorted.end()));
-  std::sort(sorted.begin(), sorted.end());
-  std::vector<std::int32_t> identity(500);
-  std::iota(identity.begin(), identity.end(), 0);
-  EXPECT_EQ(sorted, identity);
-  b.CreateHistogramCull(0, -3);
-  EXPECT_FALSE(b.IsHistogramCullParam());
+  // Transpositions, columns before rows; worked out by another program. A second
+  // table goes on in the sequence.
+  using Indexes = std::vector<std::int32_t>;
+  CullImage shuffled;
+  shuffled.CreateHistogramCull(12, 9);
+  EXPECT_EQ(shuffled.GetHistogramCullXRef(), (Indexes{0, 7, 6, 8, 4, 5, 2, 3, 1, 9, 10, 11}));
+  EXPECT_EQ(shuffled.GetHistogramCullYRef(), (Indexes{6, 7, 3, 1, 2, 5, 0, 4, 8}));
+  shuffled.CreateHistogramCull(12, 9);
+  EXPECT_EQ(shuffled.GetHistogramCullXRef(), (Indexes{4, 0, 9, 2, 10, 8, 6, 5, 1, 3, 7, 11}));
+  EXPECT_EQ(shuffled.GetHistogramCullYRef(), (Indexes{0, 5, 6, 1, 4, 7, 2, 3, 8}));
+  shuffled.CreateHistogramCull(1, 1);
+  EXPECT_EQ(shuffled.GetHistogramCullXRef(), Indexes{0});
+  shuffled.CreateHistogramCull(0, -3);
+  EXPECT_FALSE(shuffled.IsHistogramCullParam());
 }
 
 }  // namespace

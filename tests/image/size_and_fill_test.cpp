@@ -41,6 +41,13 @@ TEST_F(SizeAndFill, SizeAndPlanesRebuildTheStore) {
   EXPECT_EQ(image.GetAverageRaw(-1), 0.0);
   EXPECT_TRUE(image.ChangePlanes(1, CImage::ProgressPtr()));
   EXPECT_EQ(image.GetDimension(), 2);
+  // A two-dimensional image counts as one of one plane, whatever its plane count says.
+  image.SetPlanes(0);
+  EXPECT_TRUE(image.ChangePlanes(1, CImage::ProgressPtr()));
+  EXPECT_EQ(image.GetPlanes(), 0);
+  EXPECT_TRUE(image.ChangePlanes(0, CImage::ProgressPtr()));
+  EXPECT_EQ(image.GetDimension(), 3);
+  EXPECT_EQ(image.GetBlockCount(), 0);
 }
 
 TEST_F(SizeAndFill, FillWrapsIntegersAndKeepsOtherPlanes) {
@@ -119,6 +126,10 @@ TEST_F(SizeAndFill, ScalingAppliedImageHoldsPhysicalValues) {
     EXPECT_EQ(sink->calls.front(), "initialize");
     EXPECT_EQ(sink->calls.back(), "finalize");
     EXPECT_EQ(sink->updates.back(), 100);
+    image.SetBitsPixel(static_cast<CImage::DataType>(24));
+    const auto zeros = image.ScalingAppliedImage();
+    EXPECT_EQ(ReadPixels<double>(*zeros), std::vector<double>(pixels.size()));
+    EXPECT_EQ(zeros->GetBitsPixel(), CImage::DataTypeDouble);
   }
 }
 
@@ -141,6 +152,7 @@ TEST_F(SizeAndFill, Levels) {
   EXPECT_TRUE(image.SetLevelMax(0, 3));
   EXPECT_EQ(image.GetLevelMax(0), 11.0);
   EXPECT_EQ(image.GetLevelRange(0), 1.0);
+  image.SetPlanes(3);  // levels once made do not grow
   for (const int plane : {-1, 2, 1000}) {
     EXPECT_FALSE(image.SetLevel(plane, 0, 1));
     EXPECT_EQ(image.GetLevelMin(plane), 0.0);

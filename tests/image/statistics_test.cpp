@@ -143,7 +143,18 @@ TEST_F(StatisticsRules, RowPathScalesTwiceAndKernelPathOnce) {
   EXPECT_EQ(std::get<2>(kernels.GetMinMaxMode(0, 2, 2)), 1.25);
   // A negative BSCALE counts in mirrored bins; a pixel at fMin has none.
   EXPECT_EQ(kernels.HistogramRaw(0, 0.0, 4.0, 4), (std::vector<std::int32_t>{0, 1, 0, 1}));
-  EXPECT_EQ(kernels.GetStdDev(0), kernels.GetStdDev(0, kernels.GetAverage(0)));
+  const CImage falling = Two(-2.0, 10.0, Policy::Planes);
+  EXPECT_EQ(falling.GetStdDev(0), 2.0);
+  EXPECT_EQ(falling.GetStdDev(0, falling.GetAverage(0)), 2.0);
+  double min = 0.0;
+  double max = 0.0;
+  double third = 0.0;
+  falling.GetMinMaxAvr(0, &min, &max, &third);
+  EXPECT_EQ(std::tuple(min, max, third), std::tuple(4.0, 8.0, 6.0));
+  falling.GetMinMax(0, &max, &min);
+  EXPECT_EQ(std::tuple(max, min), std::tuple(4.0, 8.0));
+  falling.GetMinMaxMode(0, &min, &max, &third, 2, 2);  // stored values
+  EXPECT_EQ(std::tuple(min, max, third), std::tuple(1.0, 3.0, 1.25));
 }
 
 TEST_F(StatisticsRules, RowHistogramBinsAndRange) {
@@ -170,8 +181,18 @@ TEST_F(StatisticsRules, ModeTakesTheFullestFineBinOfTheFullestCoarseOne) {
         MakeImage<std::int32_t>(manager, {8, 1, 1}, {0, 15, 15, 41, 44, 44, 47, 100});
     // Coarse bins of 10: 40-49 leads; fine bins of 5: 40-44 leads.
     EXPECT_EQ(image.GetMinMaxMode(0, 10, 2), std::tuple(0.0, 100.0, 42.5));
+    EXPECT_EQ(image.GetMinMaxMode(0, 1, 4), std::tuple(0.0, 100.0, 37.5));
     EXPECT_EQ(image.GetMinMaxMode(0, 0, 2), std::tuple(0.0, 100.0, 0.0));
-    EXPECT_THROW((void)image.GetMinMaxMode(0, 100000, 100000), CKorinImageBadAllocException);
+    // More bins than can be counted are refused before memory is taken for them.
+    constexpr int kMany = 1 << 29;
+    for (const int bins : {100000, kMany / 100000 + 1}) {
+      EXPECT_THROW((void)image.GetMinMaxMode(0, bins, 100000), CKorinImageBadAllocException);
+    }
+    EXPECT_THROW((void)image.HistogramRaw(0, kMany), CKorinImageBadAllocException);
+    EXPECT_THROW((void)image.Histogram(0, 0.0, 1.0, kMany), CKorinImageBadAllocException);
+    // Of bins that are equally full the first counts.
+    const CImage tied = MakeImage<std::int32_t>(manager, {6, 1, 1}, {0, 12, 18, 52, 58, 100});
+    EXPECT_EQ(tied.GetMinMaxMode(0, 10, 2), std::tuple(0.0, 100.0, 12.5));
     const CImage flat = MakeImage<float>(manager, {2, 2, 1}, {7, 7, 7, 7});
     EXPECT_EQ(flat.GetMinMaxMode(0, 4, 4), std::tuple(7.0, 7.0, 7.0));
   }
@@ -209,10 +230,19 @@ TEST_F(StatisticsRules, AllPlanesCombineDifferentlyOnTheTwoPaths) {
                          ? std::sqrt(251.0 - 1.0)
                          : (std::sqrt(2.0 - 1.0) + std::sqrt(500.0 - 1.0)) / 2);
   }
+}
+
+TYPED_TEST(Statistics, OfNoPlanesAreTheStartingValues) {
+  const auto manager = MakeManager(4096, 10);
+  const CImage none(manager, TypeOf<TypeParam>(), 4, 4, 0, 1, 0, std::is_signed_v<TypeParam>,
+                    CImage::ProgressPtr());
+  using Limits = std::numeric_limits<TypeParam>;
+  constexpr double kLargest = std::numeric_limits<double>::max();
+  EXPECT_EQ(none.GetMinMaxAvrRaw(-1), std::tuple(kLargest, -kLargest, 0.0));
+  EXPECT_EQ(none.GetStdDevRaw(-1, 5.0), 0.0);
   manager->SetAllocationPolicy(Policy::Planes);
-  const CImage none(manager, CImage::DataTypeInt16, 4, 4, 0, 1, 0, true, CImage::ProgressPtr());
-  EXPECT_EQ(none.GetMinMaxRaw(-1), std::tuple(32767.0, -32768.0));
-  EXPECT_EQ(none.GetAverageRaw(-1), 0.0);
+  EXPECT_EQ(none.GetMinMaxAvrRaw(-1), std::tuple(static_cast<double>(Limits::max()),
+                                                 static_cast<double>(Limits::lowest()), 0.0));
 }
 
 TEST_F(StatisticsRules, SinglePixels) {
@@ -232,6 +262,15 @@ TEST_F(StatisticsRules, SinglePixels) {
   EXPECT_EQ(pixelOf(std::uint32_t{4294967295u}, true), -1.0);
   EXPECT_EQ(pixelOf(0.1f, false), double{0.1f});
   EXPECT_EQ(pixelOf(std::uint8_t{200}, true), 200.0);
+}
+
+TEST_F(StatisticsRules, PlaneThatCannotComeInIsAnAllocationError) {
+  const auto manager = MakeManager(4096, 1, 100);
+  manager->SetAllocationPolicy(Policy::Image);
+  CImage image(manager, CImage::DataTypeInt8, 100, 100, 1, 1, 0, false, CImage::ProgressPtr());
+  EXPECT_THROW((void)image.GetMinMaxRaw(0), CVmMemoryAllocationError);
+  EXPECT_THROW((void)image.GetAverageRaw(0), CVmMemoryAllocationError);
+  EXPECT_THROW((void)image.Fill(0, 1.0), CVmMemoryAllocationError);
 }
 
 TEST_F(StatisticsRules, AttributesThatOutgrowTheStoreAreRefused) {
@@ -265,7 +304,17 @@ TEST_F(StatisticsRules, AttributesThatOutgrowTheStoreAreRefused) {
     EXPECT_EQ(image.GetAverageRaw(0), (6 * 9.0 + 10 * 5.0) / 16.0);
     image.Fill(0, 5.0);
     image.SetBitsPixel(static_cast<CImage::DataType>(24));
-    EXPECT_EQ(image.GetAverageRaw(0), 0.0);
+    constexpr double kLargest = std::numeric_limits<double>::max();
+    EXPECT_EQ(image.GetMinMaxAvrRaw(0), policy == Policy::Blocks
+                                            ? std::tuple(kLargest, -kLargest, 0.0)
+                                            : std::tuple(0.0, 0.0, 0.0));
+    EXPECT_EQ(image.GetMinMaxRaw(0), std::tuple(0.0, 0.0));
+    EXPECT_EQ(image.GetMinMaxMode(0, 4, 4), std::tuple(0.0, 0.0, 0.0));
+    EXPECT_EQ(image.GetStdDevRaw(0), 0.0);
+    EXPECT_EQ(image.HistogramRaw(0, 2), std::vector<std::int32_t>(2));
+    image.SetBzero(5.0);
+    EXPECT_EQ(image.GetPixel(0, 0, 0), 5.0);
+    image.SetBzero(0.0);
     EXPECT_FALSE(image.Fill(0, 1.0));
     image.SetBitsPixel(CImage::DataTypeInt8);
   }
