@@ -13,6 +13,13 @@ namespace {
 
 std::size_t PlaneCount(int planes) { return static_cast<std::size_t>(std::max(planes, 0)); }
 
+// True when nobody changed the type or size of an image behind its store.
+bool HasShapeOfStore(const CImage& image) {
+  const CVmImage& store = *image.Store();
+  return image.GetBytesPixel() == store.GetBytesPixel() && image.GetWidth() == store.GetWidth() &&
+         image.GetHeight() == store.GetHeight() && image.GetPlanes() == store.GetPlanes();
+}
+
 }  // namespace
 
 CImage::CImage() : m_pHeader(std::make_unique<CHeader>()) { InitHistogramCull(); }
@@ -168,20 +175,21 @@ std::unique_ptr<CImage> CImage::Clone(HWND window, const wchar_t* caption) const
 }
 
 bool CImage::Create(const CImage& source, const ProgressPtr& progress) {
+  std::unique_ptr<CVmImage> store;
+  if (source.m_pVmImage) {
+    const auto manager = korin::RequireManager(source);
+    if (this == &source && HasShapeOfStore(*this)) {
+      // New contents are whatever the store holds: an image made after itself keeps its own.
+      RebuildHistogramCull();
+      return true;
+    }
+    store =
+        std::make_unique<CVmImage>(manager, korin::BitsOf(source.m_BitsPixel), source.GetWidth(),
+                                   source.GetHeight(), source.GetPlanes(), progress);
+  }
   CopyGeometry(source);
-  if (!source.m_pVmImage) {
-    m_pVmImage.reset();
-    return false;
-  }
-  if (this == &source) {
-    // New contents are whatever the store holds: an image made after itself keeps its own.
-    (void)korin::RequireManager(source);
-    RebuildHistogramCull();
-    return true;
-  }
-  m_pVmImage = std::make_unique<CVmImage>(korin::RequireManager(source),
-                                          korin::BitsOf(source.m_BitsPixel), source.GetWidth(),
-                                          source.GetHeight(), source.GetPlanes(), progress);
+  m_pVmImage = std::move(store);
+  if (!m_pVmImage) return false;
   CopyDescription(source);
   m_cullRandom = source.m_cullRandom;
   m_histogramCullRatio = source.m_histogramCullRatio;

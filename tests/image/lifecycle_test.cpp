@@ -1,7 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <functional>
+#include <tuple>
+
 #include "image/image_fixture.h"
 #include "korinimage/exceptions.h"
+#include "korinimage/progress_win.h"
+#include "progress/test_window.h"
 #include "support/recording_progress.h"
 
 namespace korin::test {
@@ -10,12 +16,46 @@ namespace {
 using Lifecycle = ImageTest;
 const Shape kShape;
 
+// Each flag of an image and how it is set.
+struct Flag {
+  bool (CImage::*get)() const;
+  void (CImage::*set)(bool);
+};
+constexpr Flag kFlags[] = {
+    {&CImage::IsSigned, &CImage::SetSigned},
+    {&CImage::HasOwnLevel, &CImage::SetOwnLevel},
+    {&CImage::IsSaveableFormat, &CImage::SetSaveableFormat},
+    {&CImage::IsSaveableFile, &CImage::SetSaveableFile},
+    {&CImage::IsOrgBayerImage, &CImage::SetOrgBayerImage},
+    {&CImage::IsOrgHoneyCombImage, &CImage::SetOrgHoneyCombImage},
+    {&CImage::IsOrgDevelopmentImage, &CImage::SetOrgDevelopmentImage},
+    {&CImage::IsBayerImage, &CImage::SetBayerImage},
+    {&CImage::IsHoneyCombImage, &CImage::SetHoneyCombImage},
+    {&CImage::IsDevelopmentImage, &CImage::SetDevelopmentImage},
+};
+
+// Everything that an image says of itself, pixels and sampling left out.
+auto DescriptionOf(const CImage& image) {
+  std::vector<bool> flags;
+  for (const Flag& flag : kFlags) flags.push_back((image.*flag.get)());
+  return std::make_tuple(
+      flags, image.GetBitsPixel(), image.GetDimension(), image.GetAxes(), image.GetBscale(),
+      image.GetBzero(), image.GetLevelMin(), image.GetLevelMax(), image.GetLevelRange(),
+      image.GetOrgFileName(), image.GetOrgFileFormat(), image.GetOrgBitsPixel(),
+      image.GetOrgWidth(), image.GetOrgHeight(), image.GetOrgPlanes(), image.GetRawImageBits(),
+      image.Header().GetCount() > 0 ? std::wstring(image.Header().GetAt(0)) : std::wstring());
+}
+
 CImage Described(const std::shared_ptr<CVmManager>& manager) {
   CImage image = MakeImage(manager, kShape, RandomPixels<std::uint16_t>(kShape), 2.0, -3.0);
+  EXPECT_EQ(image.GetLevelMax(), std::vector<double>(3));
   image.SetDefaultLevel();
   image.SetOrgFileName(L"m13.fits");
+  image.SetOrgFileFormat(L"FITS");
+  image.SetOrgBitsPixel(static_cast<CImage::SourceType>(99));
+  image.SetOrgWidth(5);
+  image.SetOrgHeight(6);
   image.SetOrgPlanes(7);
-  image.SetBayerImage(true);
   image.SetRawImageBits(14);
   image.Header().Add(L"OBJECT  = 'M13'");
   image.SetHistogramCullParam(8.0, 1000000);
@@ -59,13 +99,7 @@ TEST_F(Lifecycle, CopiesCarryPixelsAndDescription) {
   const auto pixels = ReadPixels<std::uint16_t>(source);
   const auto expectCopy = [&](CImage& copy) {
     EXPECT_EQ(ReadPixels<std::uint16_t>(copy), pixels);
-    EXPECT_EQ(copy.GetLevelMax(), source.GetLevelMax());
-    EXPECT_EQ(copy.GetOrgFileName(), L"m13.fits");
-    EXPECT_EQ(copy.GetOrgPlanes(), 7);
-    EXPECT_EQ(copy.GetRawImageBits(), 14);
-    EXPECT_TRUE(copy.IsBayerImage());
-    EXPECT_EQ(copy.Header().GetAt(0), L"OBJECT  = 'M13'");
-    EXPECT_EQ(copy.GetBscale(), 2.0);
+    EXPECT_EQ(DescriptionOf(copy), DescriptionOf(source));
   };
   CImage constructed(source);
   expectCopy(constructed);
@@ -100,6 +134,66 @@ TEST_F(Lifecycle, CopiesCarryPixelsAndDescription) {
   EXPECT_EQ(manager->GetAllocatedBlocks(), 3 * clone->GetBlockCount() + 2);
 }
 
+TEST_F(Lifecycle, EachAttributeIsItsOwnAndGoesWithEveryCopy) {
+  const auto manager = MakeManager(4096, 5);
+  CImage source = Described(manager);
+  for (const Flag& one : kFlags) {
+    for (const Flag& flag : kFlags) (source.*flag.set)(&flag == &one);
+    for (const Flag& flag : kFlags) EXPECT_EQ((source.*flag.get)(), &flag == &one);
+    const auto expected = DescriptionOf(source);
+    CImage created;
+    EXPECT_TRUE(created.Create(source, CImage::ProgressPtr()));
+    EXPECT_EQ(DescriptionOf(created), expected);
+    CImage moved(std::move(created));
+    EXPECT_EQ(DescriptionOf(moved), expected);
+    created = std::move(moved);
+    EXPECT_EQ(DescriptionOf(created), expected);
+    moved = created;
+    EXPECT_EQ(DescriptionOf(moved), expected);
+    EXPECT_EQ(DescriptionOf(CImage(moved)), expected);
+  }
+}
+
+TEST_F(Lifecycle, EveryLongOperationReportsToAWindowToo) {
+  using Type = CImage::DataType;
+  using Level = CImage::ChangeBitsLevel;
+  const auto manager = MakeManager(4096, 30);
+  const CImage source = Described(manager);
+  CImage image(source);
+  TestWindow window;
+  const wchar_t* const caption = L"caption";
+  const std::function<void(HWND)> operations[] = {
+      [&](HWND w) { CImage(manager, Type::DataTypeInt8, 9, 9, 1, 1, 0, false, w, caption); },
+      [&](HWND w) { CImage(source, w, caption); },
+      [&](HWND w) { image.AllocImage(manager, w, caption); },
+      [&](HWND w) { image.AllocImage(w, caption); },
+      [&](HWND w) { source.Clone(w, caption); },
+      [&](HWND w) { image.Create(source, w, caption); },
+      [&](HWND w) { source.CloneWithoutImage(w, caption); },
+      [&](HWND w) { source.CloneWithoutImage(Type::DataTypeFloat, w, caption); },
+      [&](HWND w) { image.CopyImage(source, w, caption); },
+      [&](HWND w) { image.ChangeSize(w == nullptr ? 20 : 21, 20, w, caption); },
+      [&](HWND w) { image.ChangePlanes(w == nullptr ? 1 : 2, w, caption); },
+      [&](HWND w) { source.ScalingAppliedImage(w, caption); },
+      [&](HWND w) {
+        image.ChangeBits(&source, Type::DataTypeInt32, w != nullptr, Level::Raw, w, caption);
+      },
+      [&](HWND w) { image.ChangeBits(Type::DataTypeInt16, w != nullptr, Level::Raw, w, caption); },
+  };
+  for (std::size_t i = 0; i < std::size(operations); ++i) {
+    window.log.clear();
+    operations[i](nullptr);
+    EXPECT_TRUE(window.log.empty()) << i;
+    operations[i](window.handle);
+    EXPECT_FALSE(window.log.empty()) << i;
+    for (const Received& received : window.log) {
+      EXPECT_EQ(received.message, kProgressMessage);
+      if (received.wParam != kProgressInitialize) continue;
+      EXPECT_EQ(received.lParam, reinterpret_cast<std::intptr_t>(caption));
+    }
+  }
+}
+
 TEST_F(Lifecycle, SelfOperationsKeepPixels) {
   const auto manager = MakeManager(4096, 4);
   CImage image = Described(manager);
@@ -115,6 +209,10 @@ TEST_F(Lifecycle, SelfOperationsKeepPixels) {
   EXPECT_EQ(ReadPixels<std::uint16_t>(image), pixels);
   EXPECT_EQ(image.Header().GetCount(), 1);
   EXPECT_EQ(image.GetOrgFileName(), L"m13.fits");
+  // A size set behind the store is what the new store gets.
+  image.SetWidth(50);
+  EXPECT_TRUE(image.Create(self, CImage::ProgressPtr()));
+  EXPECT_EQ(image.Store()->GetWidth(), 50);
 }
 
 TEST_F(Lifecycle, MovedFromImageIsAnEmptyOne) {
@@ -163,7 +261,11 @@ TEST_F(Lifecycle, EmptyingAndFailures) {
   CImage created;
   EXPECT_FALSE(created.Create(image, CImage::ProgressPtr()));
   EXPECT_EQ(created.GetWidth(), kShape.width);
+  testing::internal::CaptureStderr();
   EXPECT_EQ(image.CloneWithoutImage(CImage::DataTypeFloat, CImage::ProgressPtr()), nullptr);
+  EXPECT_EQ(second.CloneWithoutImage(CImage::DataTypeDouble, CImage::ProgressPtr()), nullptr);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "m_pVmImage is nullptr\nm_VmHandle is nullptr\nstd::bad_alloc occurred.\n");
 
   // Width 0 is an image, without a sample table.
   created.SetWidth(0);
@@ -181,6 +283,9 @@ TEST_F(Lifecycle, EmptyingAndFailures) {
     EXPECT_THROW((void)orphan->Fill(0, 1.0), CVmManagerHandleDeletedError);
   }
   EXPECT_THROW((void)third.CloneWithoutImage(CImage::ProgressPtr()), CVmManagerHandleDeletedError);
+  const auto described = DescriptionOf(created);
+  EXPECT_THROW((void)created.Create(third, CImage::ProgressPtr()), CVmManagerHandleDeletedError);
+  EXPECT_EQ(DescriptionOf(created), described);
 }
 
 TEST_F(Lifecycle, ThrowingSinkLeavesEverythingAsItWas) {
@@ -198,10 +303,21 @@ TEST_F(Lifecycle, ThrowingSinkLeavesEverythingAsItWas) {
     } catch (const SinkError&) {
       ++threw;
     }
-    EXPECT_EQ(manager->GetAllocatedBlocks(), blocks);
     EXPECT_LE(sink->Count("finalize"), 1);
+    CImage other(manager, CImage::DataTypeInt8, 8, 8, 1, 1, 0, false, CImage::ProgressPtr());
+    const auto described = DescriptionOf(other);
+    sink->calls.clear();
+    try {
+      other.Create(image, sink);
+    } catch (const SinkError&) {
+      ++threw;
+      EXPECT_EQ(DescriptionOf(other), described);
+      EXPECT_EQ(other.GetAverageRaw(0), 0.0);
+    }
+    other.EmptyImage();
+    EXPECT_EQ(manager->GetAllocatedBlocks(), blocks);
   }
-  EXPECT_GT(threw, 3);
+  EXPECT_GT(threw, 6);
   EXPECT_EQ(ReadPixels<std::uint16_t>(image), pixels);
 }
 
