@@ -5,9 +5,12 @@
 
 #include <atomic>
 #include <cstdlib>
+#include <string>
 #include <string_view>
 
+#include "kernel_headers.h"
 #include "kernels/kernel_calls.h"
+#include "kernels/pixel_buffer.h"
 #include "kernels/runtime_setup.h"
 
 namespace korin::kernels::test {
@@ -53,6 +56,67 @@ TEST(Variants, EachEntryAsksOnceForBothFeatures) {
   ASSERT_TRUE(Average(pixels, 3, 1, 3, average));
   EXPECT_EQ(g_questions, before + 1);
   EXPECT_TRUE(g_askedForAvxAndSse41);
+}
+
+// An entry's arguments as its record tells them: "i" or "o" for buffers with their
+// dimensions, "s" for scalars; then type and name.
+std::string ArgumentsOf(const halide_filter_metadata_t* record) {
+  std::string text;
+  for (int i = 0; i < record->num_arguments; ++i) {
+    const halide_filter_argument_t& argument = record->arguments[i];
+    text += "sio"[argument.kind];
+    if (argument.kind != 0) text += std::to_string(argument.dimensions);
+    text += "iuf"[argument.type.code] + std::to_string(argument.type.bits) + ":" + argument.name;
+    text += ' ';
+  }
+  return text;
+}
+
+template <typename T>
+std::string In() {
+  constexpr halide_type_t type = PipelineTypeOf<T>();
+  return "iuf"[type.code] + std::to_string(type.bits) + ":";
+}
+
+TEST(Variants, RecordsNameArgumentsInCallOrder) {
+#define KORIN_X(name, T)                                                                         \
+  {                                                                                              \
+    const std::string t = In<T>();                                                               \
+    const std::string input = "i2" + t + "input ";                                               \
+    const std::string bins = "sf64:fMin sf64:fMax si32:nBins o1i32:histogram$1 ";                \
+    EXPECT_EQ(ArgumentsOf(average_##name##_metadata()),                                          \
+              input + "si32:start_x si32:end_x si32:start_y si32:end_y o0f64:average$1 ");       \
+    EXPECT_EQ(ArgumentsOf(getminmax_##name##_metadata()),                                        \
+              input + "o0" + t + "minmax$1.0 o0" + t + "minmax$1.1 ");                           \
+    EXPECT_EQ(ArgumentsOf(getminmaxavr_##name##_metadata()),                                     \
+              input + "o0" + t + "minmaxavr$1.0 o0" + t + "minmaxavr$1.1 o0f64:minmaxavr$1.2 "); \
+    EXPECT_EQ(ArgumentsOf(getdev_##name##_metadata()), input + "sf64:average o0f64:output$1 ");  \
+    EXPECT_EQ(ArgumentsOf(histogram_##name##_metadata()), input + bins);                         \
+    EXPECT_EQ(ArgumentsOf(histogram_inverse_##name##_metadata()), input + bins);                 \
+    EXPECT_EQ(ArgumentsOf(fill_##name##_metadata()), "s" + t + "value o2" + t + "fill$1 ");      \
+  }
+  KORIN_FOR_EACH_ELEMENT(KORIN_X)
+#undef KORIN_X
+#define KORIN_TO(from, S, to, D)                                                           \
+  EXPECT_EQ(ArgumentsOf(changebits_normalize_mapping_##from##_to_##to##_metadata()),       \
+            "i2" + In<S>() + "input sf64:bscale sf64:bzero sf64:minimum sf64:maximum o2" + \
+                In<D>() + "changebits$1 ");                                                \
+  EXPECT_EQ(                                                                               \
+      ArgumentsOf(changebits_shift_clamp_##from##_to_##to##_metadata()),                   \
+      "i2" + In<S>() + "input sf64:bscale sf64:bzero sf64:shift o2" + In<D>() + "changebits$1 ");
+#define KORIN_FROM(from, S) KORIN_FOR_EACH_INTEGER_WITH(KORIN_TO, from, S)
+  KORIN_FOR_EACH_ELEMENT(KORIN_FROM)
+#undef KORIN_FROM
+#undef KORIN_TO
+#define KORIN_X(from, S, to, D)                                                \
+  EXPECT_EQ(ArgumentsOf(changebits_static_cast_##from##_to_##to##_metadata()), \
+            "i2" + In<S>() + "input o2" + In<D>() + "changebits$1 ");
+  KORIN_FOR_EACH_CAST(KORIN_X)
+#undef KORIN_X
+  EXPECT_EQ(ArgumentsOf(copy_uint8_metadata()), "i2u8:input o2u8:output$1 ");
+  EXPECT_EQ(ArgumentsOf(paste_float_metadata()),
+            "i2f32:input si32:start_x si32:end_x si32:start_y si32:end_y si32:shift_x si32:shift_y "
+            "o2f32:paste$1 ");
 }
 
 }  // namespace
