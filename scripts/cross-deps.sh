@@ -179,10 +179,11 @@ build_file_libraries() {
   once "$target-libpng" install_cmake "$target" libpng "$deps/source/libpng1.6" \
     -DPNG_SHARED=OFF -DPNG_TESTS=OFF
   once "$target-cfitsio" install_cmake "$target" cfitsio "$deps/source/cfitsio" \
-    -DUSE_CURL=OFF -DTESTS=OFF -DUTILS=OFF -DM_LIB="$libm"
+    -DUSE_CURL=OFF -DTESTS=OFF -DUTILS=OFF -DM_LIB="$libm" -DCMAKE_C_FLAGS_RELEASE=-O1
 }
 
-for target in "${targets[@]}"; do
+prepare() {
+  local target=$1
   once "$target-headers" copy_headers "$target"
   once "$target-header-packages" write_header_packages "$target"
   case $target in
@@ -191,10 +192,19 @@ for target in "${targets[@]}"; do
       once "$target-runtime" copy_runtime "$target" i686 libgcc_s_dw2-1.dll
       ;;
   esac
-  once "$target-googletest" install_cmake "$target" googletest /usr/src/googletest
-  case $target in windows-*) once wine32 unpack_wine32 ;; esac
-  if [ "$files" = yes ]; then
-    for package in zlib libpng1.6 cfitsio; do once "source-$package" unpack_source "$package"; done
-    build_file_libraries "$target"
-  fi
+  once "$target-googletest" install_cmake "$target" googletest /usr/src/googletest \
+    -DCMAKE_CXX_FLAGS_RELEASE=-O1
+  [ "$files" = no ] || build_file_libraries "$target"
+}
+
+case " ${targets[*]} " in *" windows-"*) once wine32 unpack_wine32 ;; esac
+if [ "$files" = yes ]; then
+  for package in zlib libpng1.6 cfitsio; do once "source-$package" unpack_source "$package"; done
+fi
+# What a build does one step at a time leaves room for another target's.
+running=()
+for target in "${targets[@]}"; do
+  prepare "$target" &
+  running+=($!)
 done
+for one in "${running[@]}"; do wait "$one"; done

@@ -11,6 +11,7 @@
 #include "image/image_fixture.h"
 #include "korinimage/global_memory.h"
 #include "support/recording_progress.h"
+#include "support/system.h"
 
 namespace korin::test {
 

@@ -253,8 +253,10 @@ TEST_F(DibTest, DecordRleReplacesOnlyRunLengthBlocks) {
   EXPECT_EQ(DecordRle(nullptr), 0);
   HDIB none = nullptr;
   EXPECT_EQ(DecordRle(&none), 0);
-  HDIB dead = old;
-  EXPECT_EQ(DecordRle(&dead), 0);
+  if (!kWindows) {  // which may have given the handle to another block by now
+    HDIB dead = old;
+    EXPECT_EQ(DecordRle(&dead), 0);
+  }
   // A picture that would fill the memory is refused before anything is allocated.
   bitmap.compression = 1;
   bitmap.width = bitmap.height = 0x7FFFFFFF;

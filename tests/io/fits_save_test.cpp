@@ -6,6 +6,7 @@
 
 #include "io_fixture.h"
 #include "support/recording_progress.h"
+#include "support/system.h"
 
 namespace korin::test {
 namespace {
@@ -154,17 +155,21 @@ TEST_F(SaveFitsTest, LeavesNothingBehindOnFailure) {
   EXPECT_EQ(Files().size(), 1U);
 
   EXPECT_THROW(SaveFits(image, Path("missing/x.fits")), FileError);
-  ASSERT_EQ(std::system(("mkfifo " + Path("pipe").string()).c_str()), 0);
-  EXPECT_THROW(SaveFits(image, Path("pipe")), FileError) << "pipes and devices are not replaced";
   std::filesystem::create_directory(Path("folder"));
   EXPECT_THROW(SaveFits(image, Path("folder")), FileError);
+  EXPECT_EQ(Files().size(), 2U);
+  if (kWindows) return;  // its pipes lie in no folder
+  ASSERT_EQ(std::system(("mkfifo " + Path("pipe").string()).c_str()), 0);
+  EXPECT_THROW(SaveFits(image, Path("pipe")), FileError) << "pipes and devices are not replaced";
   EXPECT_EQ(Files().size(), 3U);
 }
 
 TEST_F(SaveFitsTest, WritesThroughALink) {
   CImage image(m_manager, CImage::DataTypeInt8, 2, 2, 1, 1.0, 0.0, false, nullptr);
   std::filesystem::create_directory(Path("there"));
-  std::filesystem::create_symlink("there/target.fits", Path("link.fits"));
+  std::error_code error;
+  std::filesystem::create_symlink("there/target.fits", Path("link.fits"), error);
+  if (error) GTEST_SKIP() << "this system makes no links: " << error.message();
   SaveFits(image, Path("link.fits"));
   EXPECT_TRUE(std::filesystem::is_symlink(Path("link.fits")));
   EXPECT_TRUE(std::filesystem::is_regular_file(Path("there/target.fits")));

@@ -130,7 +130,7 @@ TEST_F(BackendTest, SwapFileReadsWhatWasWritten) {
   ASSERT_TRUE(file->IsOpen());
   const auto path = platform::WideToPath(file->GetPath());
   EXPECT_TRUE(std::filesystem::exists(path));
-  EXPECT_TRUE(std::filesystem::equivalent(path.parent_path(), folder));
+  EXPECT_TRUE(path == folder / path.filename());
 
   ASSERT_TRUE(file->Truncate(3 << 20));
   EXPECT_EQ(std::filesystem::file_size(path), 3U << 20);

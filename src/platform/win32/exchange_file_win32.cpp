@@ -28,8 +28,10 @@ void MoveAside(HANDLE file, const std::filesystem::path& path) {
                 static_cast<unsigned>(now.LowPart));
   const std::wstring aside = (path.parent_path() / name).native();
   const std::size_t nameBytes = aside.size() * sizeof(wchar_t);
-  std::vector<std::max_align_t> space(
-      (sizeof(FILE_RENAME_INFO) + nameBytes) / sizeof(std::max_align_t) + 1);
+  // All zero, no other root directory above all; aligned as the structure wants it.
+  static_assert(alignof(FILE_RENAME_INFO) <= alignof(std::uint64_t));
+  std::vector<std::uint64_t> space((sizeof(FILE_RENAME_INFO) + nameBytes) / sizeof(std::uint64_t) +
+                                   1);
   auto* const info = reinterpret_cast<FILE_RENAME_INFO*>(space.data());
   info->FileNameLength = static_cast<DWORD>(nameBytes);
   std::copy(aside.begin(), aside.end(), info->FileName);
