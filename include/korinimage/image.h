@@ -291,7 +291,10 @@ class KORINIMAGE_API CImage : public CObject {
   // without pixels or manager, or when memory is refused. Integer results rewrite
   // BSCALE and BZERO; NaN becomes the highest code. `isSigned` matters for 16 and 32
   // bits. Raw stores physical values but keeps BSCALE (and BZERO but for the shift):
-  // with a scaling other than 1 and 0 they are scaled again when read.
+  // with a scaling other than 1 and 0 they are scaled again when read. Under an
+  // allocation policy other than Blocks a block of the result must find room beside
+  // its source block: where it does not, an integer conversion answers true and
+  // leaves zeros of the new type.
   bool ChangeBits(const CImage* source, DataType type, bool isSigned, ChangeBitsLevel level,
                   const ProgressPtr& progress);
   bool ChangeBits(const CImage* source, DataType type, bool isSigned, ChangeBitsLevel level,

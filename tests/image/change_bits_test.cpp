@@ -123,7 +123,7 @@ TEST_F(ChangeBits, ModesMapValuesAndScalingAsStated) {
   }
 }
 
-TEST_F(ChangeBits, CookedMapsEachPlaneAndSetsLevels) {
+TEST_F(ChangeBits, PlanesAreCookedOneByOneAndCutTogether) {
   const auto manager = MakeManager(4096, 100);
   for (const Policy policy : {Policy::Blocks, Policy::Planes, Policy::Image}) {
     manager->SetAllocationPolicy(policy);
@@ -138,6 +138,12 @@ TEST_F(ChangeBits, CookedMapsEachPlaneAndSetsLevels) {
     EXPECT_EQ(image.GetLevelMax(), std::vector<double>(3, 255.0));
     EXPECT_EQ(image.GetLevelRange(), std::vector<double>(3, 255.0));
     EXPECT_TRUE(image.IsSigned());
+
+    // Raw cuts around the average of the first plane, whatever the others hold.
+    CImage wide = MakeImage<std::int16_t>(manager, {2, 1, 2}, {0, 100, 1000, -1000});
+    ASSERT_TRUE(wide.ChangeBits(CImage::DataTypeInt8, true, Level::Raw, CImage::ProgressPtr()));
+    EXPECT_EQ(ReadPixels<std::uint8_t>(wide), (std::vector<std::uint8_t>{0, 50, 255, 0}));
+    EXPECT_EQ(wide.GetBzero(), 50.0);
   }
 }
 

@@ -143,6 +143,10 @@ TEST_F(StatisticsRules, RowPathScalesTwiceAndKernelPathOnce) {
   EXPECT_EQ(std::get<2>(kernels.GetMinMaxMode(0, 2, 2)), 1.25);
   // A negative BSCALE counts in mirrored bins; a pixel at fMin has none.
   EXPECT_EQ(kernels.HistogramRaw(0, 0.0, 4.0, 4), (std::vector<std::int32_t>{0, 1, 0, 1}));
+  // Physical bounds are turned into stored ones, in order.
+  EXPECT_EQ(kernels.Histogram(0, -4.0, 0.0, 4), (std::vector<std::int32_t>{0, 1, 0, 1}));
+  EXPECT_EQ(Two(2.0, 10.0, Policy::Image).Histogram(0, 10.0, 18.0, 4),
+            (std::vector<std::int32_t>{0, 1, 0, 1}));
   const CImage falling = Two(-2.0, 10.0, Policy::Planes);
   EXPECT_EQ(falling.GetStdDev(0), 2.0);
   EXPECT_EQ(falling.GetStdDev(0, falling.GetAverage(0)), 2.0);
@@ -171,6 +175,8 @@ TEST_F(StatisticsRules, RowHistogramBinsAndRange) {
   EXPECT_EQ(scaled.Histogram(0, 3), (Counts{1, 0, 1}));
   EXPECT_EQ(scaled.HistogramRaw(0, 1.0, 3.0, 3), (Counts{1, 0, 1}));
   EXPECT_EQ(scaled.Histogram(0, 32770.0, 32774.0, 3), (Counts{1, 0, 1}));
+  // Stored bounds 1 to 5 are 8 to 0 here, and are put in order.
+  EXPECT_EQ(Two(-2.0, 10.0, Policy::Blocks).HistogramRaw(0, 1.0, 5.0, 3), (Counts{0, 1, 1}));
 }
 
 TEST_F(StatisticsRules, ModeTakesTheFullestFineBinOfTheFullestCoarseOne) {
