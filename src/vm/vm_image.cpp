@@ -154,7 +154,11 @@ void CVmImage::CopyImage(CVmImage& source, const std::shared_ptr<korin::Progress
         // written is told by the intents.
         const BlockGuard block = source.PinBlock(i, BlockIntent::Read, true);
         const BlockGuard copy = block ? PinBlock(i, BlockIntent::Overwrite, false) : BlockGuard();
-        if (!copy) throw PagingError("block " + std::to_string(i) + " cannot be copied");
+        if (!copy) {
+          const auto error = PagingError("block " + std::to_string(i) + " cannot be copied");
+          Release();  // before the sink hears of the end
+          throw error;
+        }
         std::memcpy(copy.Address(), block.Address(),
                     static_cast<std::size_t>(GetBlockLineCount(i) * m_nBytesPerLine));
       }
