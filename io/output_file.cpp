@@ -1,8 +1,9 @@
 #include "output_file.h"
 
-#include <cerrno>
+#include <cstring>
 #include <random>
 #include <system_error>
+#include <utility>
 
 #include "korinimage/io/file_error.h"
 
@@ -13,6 +14,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kNameTries = 100;
+constexpr std::size_t kBuffer = 65536;
 
 // The file that a name stands for once symbolic links are followed; a link to a
 // file that does not exist yet included.
@@ -27,13 +29,10 @@ fs::path FollowLinks(const fs::path& name) {
   return target;
 }
 
-std::string Reason(int error) {
-  return error == 0 ? "unknown error" : std::generic_category().message(error);
-}
-
 }  // namespace
 
-OutputFile::OutputFile(const fs::path& file) : m_name(file), m_target(FollowLinks(file)) {
+OutputFile::OutputFile(const fs::path& file)
+    : m_name(file), m_target(FollowLinks(file)), m_buffer(kBuffer) {
   std::error_code ignored;
   const fs::file_status status = fs::status(m_target, ignored);
   if (fs::exists(status) && !fs::is_regular_file(status)) {
@@ -43,33 +42,28 @@ OutputFile::OutputFile(const fs::path& file) : m_name(file), m_target(FollowLink
   if (m_target.filename().empty()) throw FileError(m_name, "is not the name of a file");
 
   std::random_device random;
-  for (int i = 0; i < kNameTries && m_file == nullptr; ++i) {
+  bool made = false;
+  for (int i = 0; i < kNameTries && !made; ++i) {
     // A short name of its own: the target's may already be as long as names get.
-    m_temporary = m_target.parent_path() / (".korin-" + std::to_string(random()) + ".tmp");
-    errno = 0;
-    m_file = std::fopen(m_temporary.string().c_str(), "wbx");  // x: never an existing file
-    m_error = errno;
-    if (m_file == nullptr && m_error != EEXIST) break;
+    made = m_file.Create(m_target.parent_path() / (".korin-" + std::to_string(random()) + ".tmp"));
+    if (!made && m_file.Error() != std::errc::file_exists) break;
   }
-  if (m_file == nullptr) {
-    throw FileError(m_name, "cannot be created: " + Reason(m_error),
+  if (!made) {
+    throw FileError(m_name, "cannot be created: " + m_file.Error().message(),
                     "the folder must exist and be writable");
   }
 }
 
-OutputFile::~OutputFile() {
-  if (m_file != nullptr) std::fclose(m_file);
-  if (!m_temporary.empty()) {
-    std::error_code ignored;
-    fs::remove(m_temporary, ignored);
-  }
+bool OutputFile::Flush() noexcept {
+  return m_file.Write(m_buffer.data(), std::exchange(m_buffered, 0));
 }
 
 bool OutputFile::TryWrite(const void* bytes, std::size_t count) noexcept {
-  errno = 0;
-  if (std::fwrite(bytes, 1, count, m_file) == count) return true;
-  m_error = errno;
-  return false;
+  if (count > m_buffer.size() - m_buffered && !Flush()) return false;
+  if (count >= m_buffer.size()) return m_file.Write(bytes, count);
+  std::memcpy(m_buffer.data() + m_buffered, bytes, count);
+  m_buffered += count;
+  return true;
 }
 
 void OutputFile::Write(const void* bytes, std::size_t count) {
@@ -77,22 +71,12 @@ void OutputFile::Write(const void* bytes, std::size_t count) {
 }
 
 void OutputFile::Commit() {
-  std::FILE* file = m_file;
-  m_file = nullptr;
-  errno = 0;
-  if (std::fclose(file) != 0) {  // the last bytes may meet the full disk only now
-    m_error = errno;
-    Fail();
-  }
-  std::error_code error;
-  fs::rename(m_temporary, m_target, error);
-  if (error) throw FileError(m_name, "cannot be replaced: " + error.message());
-  m_temporary.clear();
+  if (!Flush() || !m_file.Publish(m_target)) Fail();
 }
 
 void OutputFile::Fail() const {
-  throw FileError(m_name, "cannot be written: " + Reason(m_error),
-                  m_error == ENOSPC ? "free space on its disk" : "");
+  throw FileError(m_name, "cannot be written: " + m_file.Error().message(),
+                  m_file.Error() == std::errc::no_space_on_device ? "free space on its disk" : "");
 }
 
 }  // namespace korin

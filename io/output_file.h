@@ -1,13 +1,16 @@
 #pragma once
 
 #include <cstddef>
-#include <cstdio>
 #include <filesystem>
+#include <vector>
+
+#include "platform/new_file.h"
 
 namespace korin {
 
 // A file that appears whole or not at all: bytes go to a temporary file in the same
-// folder, which takes the name at Commit and is removed if Commit is not reached.
+// folder that only its user can read; it takes the name at Commit, once the medium
+// holds it, and is removed if Commit is not reached.
 // A symbolic link is followed, so that it keeps pointing at the new file. Only a
 // regular file is ever replaced, never a device or pipe.
 class OutputFile {
@@ -16,7 +19,6 @@ class OutputFile {
   explicit OutputFile(const std::filesystem::path& file);
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
-  ~OutputFile();
 
   const std::filesystem::path& Name() const { return m_name; }
 
@@ -29,11 +31,13 @@ class OutputFile {
   [[noreturn]] void Fail() const;
 
  private:
-  std::filesystem::path m_name;       // as the caller gave it, for messages
-  std::filesystem::path m_target;     // what is replaced
-  std::filesystem::path m_temporary;  // empty: committed
-  std::FILE* m_file = nullptr;
-  int m_error = 0;  // errno of the last refusal
+  bool Flush() noexcept;
+
+  std::filesystem::path m_name;    // as the caller gave it, for messages
+  std::filesystem::path m_target;  // what is replaced
+  platform::NewFile m_file;
+  std::vector<char> m_buffer;  // bytes on their way
+  std::size_t m_buffered = 0;
 };
 
 }  // namespace korin

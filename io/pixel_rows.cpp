@@ -11,20 +11,6 @@ namespace {
 
 constexpr std::int64_t kStepBytes = 1 << 20;
 
-[[noreturn]] void ThrowNoRoom(CVmImage& store, std::int64_t block) {
-  AllocationFigures figures;
-  figures.requested = store.GetBlockLineCount(block) * store.GetBytesPerLine();
-  std::string text = "a block of " + std::to_string(figures.requested) +
-                     " bytes of the image finds no room in memory";
-  if (const auto manager = store.VmManager()) {
-    figures.used = manager->GetMemoryUsedBlocks() * manager->GetBlockSize();
-    figures.allowed = manager->GetMemoryCapacityBlocks() * manager->GetBlockSize();
-    text += ": " + std::to_string(figures.used) + " of " + std::to_string(figures.allowed) +
-            " bytes of the budget are in use; a larger budget or smaller blocks help";
-  }
-  throw CVmMemoryAllocationError(text, figures);
-}
-
 }  // namespace
 
 std::int64_t RowsPerStep(std::int64_t bytesPerLine) {
@@ -45,8 +31,7 @@ void ForRowRuns(CImage& image, std::int64_t plane, std::int64_t y, std::int64_t 
          run.lines > end - y)) {
       actual = BlockIntent::Write;
     }
-    const BlockGuard guard = store.PinBlock(run.block, actual);
-    if (!guard) ThrowNoRoom(store, run.block);
+    const BlockGuard guard = store.RequireBlock(run.block, actual, actual != BlockIntent::Read);
     BYTE* bytes = guard.Address() + run.firstLine * store.GetBytesPerLine();
     const std::int64_t runEnd = std::min(end, y + run.lines);
     while (y < runEnd) {

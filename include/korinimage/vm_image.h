@@ -102,6 +102,10 @@ class KORINIMAGE_API CVmImage {
   // The same, with the flag that the manager's GetBlockAddress is given.
   korin::BlockGuard PinBlock(std::int64_t block, korin::BlockIntent intent, bool literalFlag);
 
+  // The same, but in place of an empty guard throws korin::CVmMemoryAllocationError
+  // with the manager's reason.
+  korin::BlockGuard RequireBlock(std::int64_t block, korin::BlockIntent intent, bool literalFlag);
+
   // The longest run of lines from row `y` of `plane` on that lies in one block.
   // 0 <= plane < planes, 0 <= y < height; block count > 0.
   LineRun GetLineRun(std::int64_t plane, std::int64_t y) const;

@@ -30,16 +30,10 @@ RowBatch::RowBatch(CVmImage& store, std::int64_t plane, std::int64_t y, std::int
     const bool wholeBlock = run.firstLine == 0 && run.lines == store.GetBlockLineCount(run.block);
     const BlockIntent blockIntent =
         intent == BlockIntent::Overwrite && !wholeBlock ? BlockIntent::Write : intent;
-    BlockGuard guard = store.PinBlock(run.block, blockIntent, literalFlag);
-    if (!guard) {
-      // Rows already held are worked on first; their blocks then make room.
-      if (m_rowCount > 0) break;
-      throw CVmMemoryAllocationError("no room in memory for a block of " +
-                                         std::to_string(blockBytes) +
-                                         " bytes: raise the memory budget or unlock blocks",
-                                     {blockBytes, manager->GetMemoryUsedBlocks() * unit,
-                                      manager->GetMemoryCapacityBlocks() * unit});
-    }
+    BlockGuard guard = m_rowCount == 0 ? store.RequireBlock(run.block, blockIntent, literalFlag)
+                                       : store.PinBlock(run.block, blockIntent, literalFlag);
+    // Rows already held are worked on first; their blocks then make room.
+    if (!guard) break;
     m_segments.push_back(
         {guard.Address() + run.firstLine * m_bytesPerLine, run.y, run.lines, wholeBlock});
     m_guards.push_back(std::move(guard));

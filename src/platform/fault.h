@@ -16,7 +16,9 @@ enum class Call : std::uint8_t {
   kWriteFile,
   kExtendFile,  // truncating or reserving space
   kLockFile,
+  kSyncFile,  // waiting until the medium holds the bytes
   kCloseFile,
+  kRenameFile,  // taking a name, another file's included
   kRemoveFile,
   kMapShared,    // viewing a shared mapping
   kQueryVolume,  // free space, kind of volume

@@ -120,6 +120,7 @@ class CVmManagerImpl : public CVmManager, public std::enable_shared_from_this<CV
   template <typename Change>
   void ChangeHold(Record& record, Change change) noexcept;
   bool WorthWaiting(std::int64_t blocks) const;
+  std::int64_t RoomWanted(std::int64_t blocks) const;
   std::int64_t& PinsOfThisThread();
 
   // manager_records.cpp

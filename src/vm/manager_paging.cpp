@@ -74,8 +74,8 @@ std::int64_t& CVmManagerImpl::PinsOfThisThread() {
 // True when room lacks only because other threads' guards hold blocks. A thread
 // that holds a guard itself never waits, so those that are waited for always go on.
 bool CVmManagerImpl::WorthWaiting(std::int64_t blocks) const {
-  if (blocks <= m_nCapacity - m_nMemoryUsed || blocks <= m_evictable.Size()) return false;
-  if (blocks > m_evictable.Size() + m_nPinnedBlocks) return false;
+  const std::int64_t withinReach = m_nCapacity - m_nMemoryUsed + m_evictable.Size();
+  if (blocks <= withinReach || blocks > withinReach + m_nPinnedBlocks) return false;
   const auto id = std::this_thread::get_id();
   return std::none_of(m_pinsByThread.begin(), m_pinsByThread.end(),
                       [&](const auto& entry) { return entry.first == id && entry.second > 0; });
@@ -122,6 +122,13 @@ BYTE* CVmManagerImpl::FetchBlock(const std::shared_ptr<CVmHandle>& handle, std::
   return static_cast<BYTE*>(record->memory.m_pMemory->GetAddress());
 }
 
+// How much to evict for a block that memory cannot take as it is: as much as the
+// block itself or, where all that may go is less, what the free part lacks.
+std::int64_t CVmManagerImpl::RoomWanted(std::int64_t blocks) const {
+  const std::int64_t lacking = blocks - (m_nCapacity - m_nMemoryUsed);
+  return m_evictable.Size() < blocks ? lacking : blocks;
+}
+
 // Gives a block of the swap file memory and contents. The file keeps its copy, so
 // that an unchanged block need not be written again.
 CVmManagerImpl::Record* CVmManagerImpl::BringIn(CVmHandle& handle, std::int64_t index,
@@ -132,12 +139,12 @@ CVmManagerImpl::Record* CVmManagerImpl::BringIn(CVmHandle& handle, std::int64_t 
   std::int64_t unplaced = 0;
   Record* record = CreateRecord(handle, index);
   if (record == nullptr) {
-    EvictFor(size, unplaced);
+    EvictFor(RoomWanted(size), unplaced);
     record = CreateRecord(handle, index);
   }
   if (record == nullptr) {
     GiveUpCopy(unplaced);
-    EvictFor(size, unplaced);
+    EvictFor(RoomWanted(size), unplaced);
     record = CreateRecord(handle, index);
   }
   if (record == nullptr) {

@@ -21,12 +21,19 @@ using korin::vm::PagingLock;
 
 namespace {
 
-// The exception for a paging call that failed, with the manager's reason when it
-// gave one.
+// The exception for a paging call that failed, with the manager's reason and figures
+// when it gave them.
 CVmMemoryAllocationError PagingError(const std::string& what) {
   const auto& failure = LastPagingFailure();
   if (failure.text.empty()) return CVmMemoryAllocationError(what);
-  return CVmMemoryAllocationError(what + ": " + failure.text.str(), failure.figures);
+  std::string text = what + ": " + failure.text.str();
+  const korin::AllocationFigures& figures = failure.figures;
+  if (figures.allowed >= 0) {
+    text += "; " + std::to_string(figures.requested) + " bytes requested, " +
+            std::to_string(figures.used) + " of " + std::to_string(figures.allowed) +
+            " bytes in use";
+  }
+  return CVmMemoryAllocationError(text, figures);
 }
 
 std::string ShapeText(std::int64_t width, std::int64_t height, std::int64_t planes) {
@@ -272,6 +279,15 @@ BlockGuard CVmImage::PinBlock(std::int64_t block, BlockIntent intent, bool liter
   BYTE* address = manager->MapBlock(m_VmHandle, block, literalFlag, intent);
   if (address == nullptr) return {};
   return BlockGuard(std::move(manager), m_VmHandle, block, address);
+}
+
+BlockGuard CVmImage::RequireBlock(std::int64_t block, BlockIntent intent, bool literalFlag) {
+  LastPagingFailure().text.clear();
+  BlockGuard guard = PinBlock(block, intent, literalFlag);
+  if (!guard) {
+    throw PagingError("block " + std::to_string(block) + " cannot be brought into memory");
+  }
+  return guard;
 }
 
 CVmImage::LineRun CVmImage::GetLineRun(std::int64_t plane, std::int64_t y) const {

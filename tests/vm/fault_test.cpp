@@ -12,12 +12,6 @@ namespace {
 using platform::Call;
 using platform::Fault;
 
-// Memory that asks the fault seam for every block, not only for every chunk.
-std::unique_ptr<CVmMemoryInterface> AskingMemory(std::int64_t bytes) {
-  const bool refused = platform::AskFault(Call::kMapMemory) != Fault::kNone;
-  return CVmMemoryInterface::Alloc(refused ? 0 : bytes);
-}
-
 class FaultTest : public VmTest {
  protected:
   // A manager with room for 4 of the 9 blocks of an image.

@@ -50,10 +50,10 @@ class PagingModel {
       const std::int64_t slot = block.slot;
       std::int64_t unplaced = 0;
       if (!Create(handle, index)) {
-        MakeRoom(m_sizes[handle], &unplaced);
+        MakeRoom(RoomWanted(m_sizes[handle]), &unplaced);
         if (!Create(handle, index)) {
           GiveUpCopy(unplaced);
-          MakeRoom(m_sizes[handle], &unplaced);
+          MakeRoom(RoomWanted(m_sizes[handle]), &unplaced);
           if (!Create(handle, index)) return false;
         }
       }
@@ -168,6 +168,15 @@ class PagingModel {
       }
     }
     return false;
+  }
+
+  // A block also comes where less than its size may go, if that is enough.
+  std::int64_t RoomWanted(std::int64_t size) const {
+    std::int64_t evictable = 0;
+    for (const auto& [key, record] : m_table) {
+      if (record.locks <= 0 && record.pins == 0) evictable += record.size;
+    }
+    return evictable < size ? size - (m_capacity - memoryUsed) : size;
   }
 
   bool MakeRoom(std::int64_t needed, std::int64_t* unplaced) {

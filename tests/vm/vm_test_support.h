@@ -41,6 +41,13 @@ class VmTest : public ::testing::Test {
   ScopedMemoryConfig m_config;
 };
 
+// Memory that asks the fault seam for every block, not only for every chunk.
+inline std::unique_ptr<CVmMemoryInterface> AskingMemory(std::int64_t bytes) {
+  const platform::Fault fault = platform::AskFault(platform::Call::kMapMemory);
+  const bool refused = fault != platform::Fault::kNone && fault != platform::Fault::kInterrupted;
+  return CVmMemoryInterface::Alloc(refused ? 0 : bytes);
+}
+
 // Makes the n-th of the chosen calls to the system fail, once or from then on.
 class FaultAt {
  public:

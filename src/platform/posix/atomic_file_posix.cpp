@@ -122,7 +122,7 @@ ReplaceLock::~ReplaceLock() {
 
 std::optional<ReplaceLock> ReplaceLock::Acquire(const fs::path& file,
                                                 std::chrono::milliseconds patience) {
-  const fs::path target = Target(file);
+  fs::path target = Target(file);
   fs::path lockFile = target;
   lockFile += ".lock";
   MakeFolders(target.parent_path());
@@ -135,7 +135,7 @@ std::optional<ReplaceLock> ReplaceLock::Acquire(const fs::path& file,
     const LockResult outcome = TryLock(fd.Get());
     if (outcome == LockResult::kFailed) return std::nullopt;
     if (outcome == LockResult::kTaken && posix::IsNamed(fd.Get(), lockFile.c_str())) {
-      return ReplaceLock(target, std::move(lockFile), fd.Take());
+      return ReplaceLock(std::move(target), std::move(lockFile), fd.Take());
     }
     if (std::chrono::steady_clock::now() >= end) return std::nullopt;
     std::this_thread::sleep_for(pause);
@@ -158,8 +158,8 @@ bool ReplaceLock::Replace(std::string_view bytes) const {
   if (!fd) return false;
   // Closed before the name changes: some systems tell only then that the disk is full.
   const bool whole = TakeOver(fd.Get(), m_target) && WriteAll(fd.Get(), bytes) &&
-                     ::fdatasync(fd.Get()) == 0 && fd.Close();
-  if (whole && ::rename(fresh.c_str(), m_target.c_str()) == 0) return true;
+                     posix::Sync(fd.Get()) && fd.Close();
+  if (whole && posix::Rename(fresh.c_str(), m_target.c_str())) return true;
   Remove(fresh);
   return false;
 }

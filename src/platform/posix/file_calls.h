@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <thread>
 #include <utility>
 
@@ -110,6 +111,14 @@ class Descriptor {
  private:
   int m_file = -1;
 };
+
+inline bool Sync(int file) {
+  return Retry(Call::kSyncFile, [&] { return fdatasync(file); }) == 0;
+}
+
+inline bool Rename(const char* from, const char* to) {
+  return Retry(Call::kRenameFile, [&] { return std::rename(from, to); }) == 0;
+}
 
 // Something of this user that nobody else may open.
 inline bool IsPrivateFile(const struct stat& info) {

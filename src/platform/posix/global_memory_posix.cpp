@@ -45,7 +45,8 @@ HDIB AllocGlobalMemory(std::int64_t size) noexcept try {
   if (size < 0 || size > std::min<std::int64_t>(kMaxSize, PTRDIFF_MAX)) return nullptr;
   Block block{nullptr, size, 0};
   if (size > 0) {
-    if (platform::AskFault(platform::Call::kMapMemory) != platform::Fault::kNone) return nullptr;
+    const platform::Fault fault = platform::AskFault(platform::Call::kMapMemory);
+    if (fault != platform::Fault::kNone && fault != platform::Fault::kInterrupted) return nullptr;
     block.bytes.reset(std::calloc(static_cast<std::size_t>(size), 1));
     if (!block.bytes) return nullptr;
   }

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <random>
 #include <system_error>
+#include <utility>
 
 #include "platform/posix/file_calls.h"
 #include "platform/process.h"
@@ -21,7 +22,7 @@ bool SwapFile::Create(const std::filesystem::path& folder) {
   for (int attempt = 0; attempt < kNameTries; ++attempt) {
     char name[24];
     std::snprintf(name, sizeof name, "~QV%08X.tmp", static_cast<unsigned>(random()));
-    const std::filesystem::path path = folder / name;
+    std::filesystem::path path = folder / name;
     posix::Descriptor file(posix::Retry(Call::kOpenFile, [&] {
       return open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                   S_IRUSR | S_IWUSR);
@@ -37,7 +38,7 @@ bool SwapFile::Create(const std::filesystem::path& folder) {
     posix::TryLock(file.Get(), LOCK_EX);
     if (posix::IsNamed(file.Get(), path.c_str())) {
       m_handle = file.Take();
-      m_path = path;
+      m_path = std::move(path);
       m_owner = ProcessId();
       m_error = 0;
       return true;

@@ -17,8 +17,6 @@ namespace {
 
 using win32::FileHandle;
 
-constexpr int kRenameTries = 50;
-
 bool IsAbsent(DWORD error) {
   return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
 }
@@ -54,20 +52,6 @@ bool TakeOver(const fs::path& fresh, const fs::path& target) {
     SetFileSecurityW(fresh.c_str(), DACL_SECURITY_INFORMATION, rights.data());
   }
   return true;
-}
-
-// A reader that has the old file open without sharing it keeps the name for a moment.
-bool Rename(const fs::path& from, const fs::path& to) {
-  for (int attempt = 0; attempt < kRenameTries; ++attempt) {
-    if (MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) !=
-        0) {
-      return true;
-    }
-    const DWORD error = GetLastError();
-    if (error != ERROR_SHARING_VIOLATION && error != ERROR_ACCESS_DENIED) return false;
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-  }
-  return false;
 }
 
 }  // namespace
@@ -107,7 +91,7 @@ ReplaceLock::~ReplaceLock() {
 
 std::optional<ReplaceLock> ReplaceLock::Acquire(const fs::path& file,
                                                 std::chrono::milliseconds patience) {
-  const fs::path target = Target(file);
+  fs::path target = Target(file);
   fs::path lockFile = target;
   lockFile += ".lock";
   std::error_code ignored;  // a failure shows when the file is opened
@@ -122,7 +106,8 @@ std::optional<ReplaceLock> ReplaceLock::Acquire(const fs::path& file,
       lock = win32::Open(lockFile, GENERIC_READ | GENERIC_WRITE, 0, OPEN_ALWAYS,
                          FILE_FLAG_DELETE_ON_CLOSE | FILE_FLAG_OPEN_REPARSE_POINT);
     }
-    if (lock) return ReplaceLock(target, std::move(lockFile), win32::ToNumber(lock.Take()));
+    if (lock)
+      return ReplaceLock(std::move(target), std::move(lockFile), win32::ToNumber(lock.Take()));
     // A file about to vanish denies access for a moment.
     const DWORD error = GetLastError();
     if (error != ERROR_SHARING_VIOLATION && error != ERROR_ACCESS_DENIED) return std::nullopt;
@@ -143,9 +128,9 @@ bool ReplaceLock::Replace(std::string_view bytes) const {
     if (!file) return false;
     const bool whole = TakeOver(fresh, m_target) &&
                        win32::WriteNext(file.Get(), bytes.data(), bytes.size()) == bytes.size() &&
-                       FlushFileBuffers(file.Get()) != 0 && !win32::Injected(Call::kCloseFile) &&
+                       win32::Sync(file.Get()) && !win32::Injected(Call::kCloseFile) &&
                        file.Close();
-    if (whole && Rename(fresh, m_target)) return true;
+    if (whole && win32::Rename(fresh, m_target)) return true;
   }
   if (!win32::Injected(Call::kRemoveFile)) DeleteFileW(fresh.c_str());
   return false;

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <thread>
 #include <utility>
 
 #include "platform/fault.h"
@@ -113,6 +115,25 @@ inline FileHandle Open(const std::filesystem::path& path, DWORD access, DWORD sh
                        DWORD flags) {
   if (Injected(Call::kOpenFile)) return FileHandle();
   return FileHandle(CreateFileW(path.c_str(), access, share, nullptr, how, flags, nullptr));
+}
+
+inline bool Sync(HANDLE file) { return !Injected(Call::kSyncFile) && FlushFileBuffers(file) != 0; }
+
+// Replaces `to`. A reader that has it open without sharing it keeps the name for a
+// moment.
+inline bool Rename(const std::filesystem::path& from, const std::filesystem::path& to) {
+  if (Injected(Call::kRenameFile)) return false;
+  constexpr int kTries = 50;
+  for (int attempt = 0; attempt < kTries; ++attempt) {
+    if (MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH) !=
+        0) {
+      return true;
+    }
+    const DWORD error = GetLastError();
+    if (error != ERROR_SHARING_VIOLATION && error != ERROR_ACCESS_DENIED) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+  return false;
 }
 
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
