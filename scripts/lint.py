@@ -31,7 +31,7 @@ WIDTHS = [
 # What the words of this repository leave out.
 WORDS = re.compile(
     r"\bspecification\b|\bthe spec\b|\bPart \d|\b[Ii]ssue #?\d|(?<![\w&#/])#\d+\b|\bhazard list\b|"
-    r"\bdesign page\b|left to the implementer|\b[Ss]ubsystem \d|(?<![\w.$}])/(work|root)/|"
+    r"\bdesign page\b|left to the implem[e]nter|\b[Ss]ubsystem \d|(?<![\w.$}])/(work|root)/|"
     r"/tmp/(bash|claude)\w*"
 )
 # The smallest sizes of an address space may be asked for where memory is cut into pieces.
