@@ -108,6 +108,8 @@ BYTE* CVmManagerImpl::FetchBlock(const std::shared_ptr<CVmHandle>& handle, std::
     if (record == nullptr) return nullptr;
     break;
   }
+  if (record->awaitsZeros && !fetch.overwrite) ZeroRecord(*record);
+  record->awaitsZeros = false;
   if (fetch.pin) {
     ChangeHold(*record, [](CVmMemory& memory) { ++memory.m_nPin; });
     ++*pins;

@@ -91,7 +91,8 @@ void CVmManagerImpl::AllocHandle(std::shared_ptr<CVmHandle>& handle, std::int64_
 bool CVmManagerImpl::PlaceInMemory(CVmHandle& handle, std::int64_t index) {
   Record* record = CreateRecord(handle, index);
   if (record == nullptr) return false;
-  ZeroRecord(*record);
+  // Most new blocks are wholly overwritten first: the zeros wait for one that is not.
+  record->awaitsZeros = true;
   CommitRecord(*record);
   return true;
 }

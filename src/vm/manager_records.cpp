@@ -70,15 +70,21 @@ bool CVmManagerImpl::EvictFor(std::int64_t blocks, std::int64_t& unplaced) {
                      [&](std::int64_t key) { return SwapOut(m_records.At(key), unplaced); });
 }
 
-// On failure the record stays as it is, in memory and modified.
+// On failure the record stays as it is, in memory and modified. Zeros that were never
+// written into memory are not written to the file either: an extent without contents
+// reads as zeros.
 bool CVmManagerImpl::SwapOut(Record& record, std::int64_t& unplaced) {
   CVmMemory& memory = record.memory;
   std::int64_t slot = memory.m_nSwapSlot;
   if (slot != SwapSlots::kNone) {
     if (memory.m_modified && !Transfer(true, slot, record)) return false;
   } else if ((slot = m_slots.FindFree(memory.m_nSize)) != SwapSlots::kNone) {
-    if (!Transfer(true, slot, record)) return false;
-    m_slots.TakeFree(slot);
+    if (record.awaitsZeros) {
+      if (!ReuseSlot(slot, memory.m_nSize)) return false;
+    } else {
+      if (!Transfer(true, slot, record)) return false;
+      m_slots.TakeFree(slot);
+    }
   } else {
     slot = m_slots.Used();
     if (!m_slots.HasRoom(memory.m_nSize)) PagingLock::Say("Disk limit has been reached.");
@@ -86,10 +92,12 @@ bool CVmManagerImpl::SwapOut(Record& record, std::int64_t& unplaced) {
       unplaced = memory.m_nSize;
       return false;
     }
-    if (!Transfer(true, slot, record)) return false;
+    if (!record.awaitsZeros && !Transfer(true, slot, record)) return false;
     m_slots.Append(memory.m_nSize);
   }
-  if (slot != memory.m_nSwapSlot || memory.m_modified) m_slots.SetContents(slot);
+  if (!record.awaitsZeros && (slot != memory.m_nSwapSlot || memory.m_modified)) {
+    m_slots.SetContents(slot);
+  }
   memory.m_pHandle->Set(memory.m_nIndex, CVmBlock::Type::Swap, slot);
   DropRecord(record);
   return true;

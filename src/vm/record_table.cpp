@@ -26,6 +26,7 @@ Record& RecordTable::Take() {
 void RecordTable::Release(Record& record) noexcept {
   record.memory.Reset();
   record.bytes = 0;
+  record.awaitsZeros = false;
   m_free.PushBack(record);
 }
 

@@ -35,7 +35,8 @@ struct CopyOrder {
 struct Record {
   std::int64_t key = -1;
   CVmMemory memory;
-  std::int64_t bytes = 0;  // of the block itself; the rest of its manager blocks is unused
+  std::int64_t bytes = 0;    // of the block itself; the rest of its manager blocks is unused
+  bool awaitsZeros = false;  // stands for zeros, but they are not written into its memory yet
 
   ListLink<Record> byAccess;                  // linked: evictable, in access order
   std::set<StampOrder>::iterator stampPlace;  // valid while `inStampSet`

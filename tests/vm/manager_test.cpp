@@ -272,6 +272,19 @@ TEST_F(ManagerTest, CleanBlocksAreNotWrittenAndOverwrittenOnesNotRead) {
   EXPECT_EQ(pass(BlockIntent::Write, false), std::pair(6, 4));
   EXPECT_EQ(pass(BlockIntent::Overwrite, false), std::pair(0, 6));
   EXPECT_EQ(pass(BlockIntent::Read, false), std::pair(6, 2));
+
+  // New blocks are zeros whatever memory they get; untouched ones go without a transfer.
+  manager->ReleaseHandle(handle);
+  manager->AllocHandle(handle, 6, nullptr);
+  swap->reads = swap->writes = 0;
+  for (const std::int64_t i : {2, 3, 0, 1, 4, 5}) {
+    const BYTE* block = manager->GetBlockAddress(handle, i, false);
+    EXPECT_EQ(std::count(block, block + kBlock, BYTE{0}), kBlock) << i;
+  }
+  EXPECT_EQ(std::pair(swap->reads, swap->writes), std::pair(0, 0));
+  manager->ReleaseHandle(handle);
+  manager->AllocHandle(handle, 2, nullptr);
+  for (const std::int64_t i : {0, 1}) EXPECT_EQ(manager->GetBlockAddress(handle, i, true)[9], 0);
 }
 
 TEST_F(ManagerTest, ABudgetBelowOneBlockIsAnErrorThatNamesIt) {
