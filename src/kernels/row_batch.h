@@ -70,17 +70,16 @@ void ParallelRows(std::int64_t y, std::int64_t rows, std::int64_t bytesPerRow, B
   });
 }
 
-// Runs `body(firstByte, y, lines)` over stretches of a batch's rows that lie side by
-// side in memory, on the kernels' threads. The stretches of all blocks of the batch
-// are shared among the threads together; their cut depends on the shape only.
-template <typename Body>
-void ParallelStretches(const RowBatch& batch, std::int64_t bytesPerRow, Body&& body) {
-  struct Stretch {
-    BYTE* rows;
-    std::int64_t y;
-    std::int64_t lines;
-  };
-  std::vector<Stretch> stretches;
+// Rows of a batch that lie side by side in memory.
+struct RowStretch {
+  BYTE* rows = nullptr;  // first byte of row `y`
+  std::int64_t y = 0;
+  std::int64_t lines = 0;
+};
+
+// A batch as stretches for the threads. Their cut depends on the shape only.
+inline std::vector<RowStretch> CutIntoStretches(const RowBatch& batch, std::int64_t bytesPerRow) {
+  std::vector<RowStretch> stretches;
   for (const RowBatch::Segment& segment : batch.Segments()) {
     const RowPieces pieces(segment.lines, bytesPerRow);
     for (std::int64_t first = 0; first < segment.lines; first += pieces.rowsPerPiece) {
@@ -88,8 +87,16 @@ void ParallelStretches(const RowBatch& batch, std::int64_t bytesPerRow, Body&& b
                            std::min(pieces.rowsPerPiece, segment.lines - first)});
     }
   }
+  return stretches;
+}
+
+// Runs `body(firstByte, y, lines)` over the stretches of a batch on the kernels'
+// threads, which share the stretches of all its blocks.
+template <typename Body>
+void ParallelStretches(const RowBatch& batch, std::int64_t bytesPerRow, Body&& body) {
+  const std::vector<RowStretch> stretches = CutIntoStretches(batch, bytesPerRow);
   ParallelFor(static_cast<std::int64_t>(stretches.size()), [&](std::int64_t i) {
-    const Stretch& stretch = stretches[static_cast<std::size_t>(i)];
+    const RowStretch& stretch = stretches[static_cast<std::size_t>(i)];
     body(stretch.rows, stretch.y, stretch.lines);
   });
 }

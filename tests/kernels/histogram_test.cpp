@@ -1,4 +1,5 @@
 #include "kernels/pipelines.h"
+#include "kernels/sample_counter.h"
 #include "samples.h"
 #include "variant.h"
 
@@ -75,6 +76,43 @@ TEST(Histograms, EveryShape) {
       ASSERT_EQ((Count<T>(plane, bins)), CountPlainly(plane, bins)) << width << " x " << lines;
     }
   });
+}
+
+// Bins of physical values, whichever tables they are counted in; tables stay small.
+TEST(Histograms, OfPhysicalValues) {
+  constexpr double kInfinity = std::numeric_limits<double>::infinity();
+  const PhysicalBins rules[] = {{1, 0, 0, 257.5, 300},      {-0.7, 40000, -9, 1.25, 60000},
+                                {1, -32768, 0, 0, 5},       {2, 10, 1e3, 1e-3, 5000000},
+                                {1, 0, 70000, -1.5, 90000}, {1, 0, 0, kInfinity, 2}};
+  SetThreadCount(5);
+  ForEachElement([&]<typename T>(std::type_identity<T>) {
+    for (const auto& [width, lines] :
+         {std::pair(61, 37), {1027, 4300 / static_cast<int>(sizeof(T))}}) {
+      const Plane<T> plane(width, lines, 3, Content::kHostile, 8);
+      const auto bytesPerRow = std::int64_t{plane.stride} * std::int64_t{sizeof(T)};
+      const auto bytes = reinterpret_cast<BYTE*>(const_cast<T*>(plane.Data()));
+      const std::vector<RowStretch> stretches = {{bytes, 0, 30},
+                                                 {bytes + 30 * bytesPerRow, 30, lines - 30}};
+      for (const PhysicalBins& rule : rules) {
+        std::vector<std::int32_t> wanted(static_cast<std::size_t>(rule.bins), 1);
+        std::vector<std::int32_t> counts = wanted;
+        for (std::int32_t y = 0; y < lines; ++y) {
+          for (std::int32_t x = 0; x < width; ++x) {
+            const double p = static_cast<double>(plane.At(x, y)) * rule.bscale + rule.bzero;
+            const double q =
+                rule.width == 0 ? (p == rule.min ? 0 : -1) : (p - rule.min) / rule.width;
+            if (q > -1 && q < rule.bins) ++wanted[static_cast<std::size_t>(static_cast<int>(q))];
+          }
+        }
+        SampleCounter<T> counter(rule, std::int64_t{width} * lines, counts.data());
+        EXPECT_LE(counter.ScratchBytes(), 16 << 20);
+        counter.Count(stretches, width, bytesPerRow);
+        counter.Finish();
+        ASSERT_TRUE(counts == wanted) << sizeof(T) << " bytes, " << rule.bins << " bins";
+      }
+    }
+  });
+  SetThreadCount(0);
 }
 
 TEST(Histograms, EndsOfTheRange) {

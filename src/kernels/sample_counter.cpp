@@ -1,0 +1,175 @@
+#include "kernels/sample_counter.h"
+
+#include <algorithm>
+#include <atomic>
+#include <limits>
+#include <string>
+
+#include "kernels/scratch_cache.h"
+#include "korinimage/exceptions.h"
+
+namespace korin::kernels {
+namespace {
+
+// Neighbouring samples are often alike: they take turns among copies of a table, so
+// that an increment need not wait for the one before.
+// Few copies of large tables, or those of the usual values would not fit into the
+// nearest cache.
+constexpr std::int64_t CopiesOf(std::int64_t cells) {
+  if (cells <= 4096) return 4;
+  return cells <= 65536 ? 2 : 1;
+}
+// Samples from which a cell for each 16-bit value pays.
+constexpr std::int64_t kWorthValues = 1 << 18;
+
+template <typename T>
+constexpr bool kSmall = sizeof(T) <= 2;
+template <typename T>
+constexpr std::int64_t kValues = std::int64_t{1} << (kSmall<T> ? 8 * sizeof(T) : 0);
+
+// Adds 1 to the cell of each of `count` things: cellOf(x) in copy x mod copies.
+template <std::int64_t copies, typename CellOf>
+void Increment(std::int64_t count, std::int64_t cells, std::uint32_t* tables, CellOf cellOf) {
+  std::int64_t x = 0;
+  for (; x + copies <= count; x += copies) {
+    for (std::int64_t c = 0; c < copies; ++c) ++tables[c * cells + cellOf(x + c)];
+  }
+  for (; x < count; ++x) ++tables[cellOf(x)];
+}
+
+template <typename CellOf>
+void Increment(std::int64_t copies, std::int64_t count, std::int64_t cells, std::uint32_t* tables,
+               CellOf cellOf) {
+  switch (copies) {
+    case 4:
+      return Increment<4>(count, cells, tables, cellOf);
+    case 2:
+      return Increment<2>(count, cells, tables, cellOf);
+    default:
+      return Increment<1>(count, cells, tables, cellOf);
+  }
+}
+
+// Samples whose bins are found in vectors before they are counted one by one.
+constexpr std::int64_t kStrip = 1024;
+
+}  // namespace
+
+template <typename T>
+SampleCounter<T>::SampleCounter(const PhysicalBins& rule, std::int64_t samples,
+                                std::int32_t* counts)
+    : m_rule(rule), m_counts(counts) {
+  m_byValue = sizeof(T) == 1 || (kSmall<T> && samples >= kWorthValues);
+  m_cells = m_byValue ? kValues<T> : std::int64_t{rule.bins} + 1;
+  const std::int64_t tableBytes = m_cells * static_cast<std::int64_t>(sizeof(std::uint32_t));
+  if (tableBytes > kMostScratch) return;
+  // Clearing and adding up a cell costs about as much as counting a sample.
+  if (samples >= 2 * CopiesOf(m_cells) * m_cells) m_copies = CopiesOf(m_cells);
+  m_workers = std::clamp<std::int64_t>(
+      std::min({samples / (2 * m_copies * m_cells), kMostScratch / (m_copies * tableBytes),
+                std::int64_t{GetThreadCount()}}),
+      1, GetThreadCount());
+  const std::int64_t bytes = ScratchBytes();
+  m_tables =
+      static_cast<std::uint32_t*>(ScratchCache::Process().Take(static_cast<std::size_t>(bytes)));
+  if (m_tables == nullptr) {
+    throw CKorinImageBadAllocException("no memory for histogram tables of " +
+                                       std::to_string(bytes) + " bytes");
+  }
+  std::fill_n(m_tables, m_workers * m_copies * m_cells, 0u);
+}
+
+template <typename T>
+SampleCounter<T>::~SampleCounter() {
+  ScratchCache::Process().Give(m_tables);
+}
+
+template <typename T>
+std::int64_t SampleCounter<T>::ScratchBytes() const {
+  const bool inPlace = m_cells * 4 > kMostScratch;
+  return inPlace ? 0 : m_workers * m_copies * m_cells * 4;
+}
+
+template <typename T>
+void SampleCounter<T>::CountBins(const T* row, std::int64_t width, std::uint32_t* tables) const {
+  std::int32_t bins[kStrip];
+  const auto& loops = RowLoopsOfThisProcessor<T>();
+  for (std::int64_t x = 0; x < width; x += kStrip) {
+    const std::int64_t count = std::min(kStrip, width - x);
+    loops.binsOf(row + x, count, m_rule, bins);
+    if (m_tables != nullptr) {
+      Increment(m_copies, count, m_cells, tables, [&bins](std::int64_t i) { return bins[i]; });
+      continue;
+    }
+    for (std::int64_t i = 0; i < count; ++i) {
+      if (bins[i] == m_rule.bins) continue;
+      auto& cell = m_counts[bins[i]];
+      cell = static_cast<std::int32_t>(static_cast<std::uint32_t>(cell) + 1);
+    }
+  }
+}
+
+template <typename T>
+void SampleCounter<T>::CountRow(const T* row, std::int64_t width, std::uint32_t* tables) const {
+  if constexpr (kSmall<T>) {
+    if (m_byValue) {
+      constexpr std::int64_t kLowest = std::numeric_limits<T>::lowest();
+      Increment(m_copies, width, m_cells, tables,
+                [row](std::int64_t x) { return row[x] - kLowest; });
+      return;
+    }
+  }
+  CountBins(row, width, tables);
+}
+
+template <typename T>
+void SampleCounter<T>::Count(const std::vector<RowStretch>& stretches, std::int64_t width,
+                             std::int64_t bytesPerRow) {
+  std::atomic<std::size_t> next{0};
+  ParallelFor(m_workers, [&](std::int64_t worker) {
+    std::uint32_t* const tables =
+        m_tables == nullptr ? nullptr : m_tables + worker * m_copies * m_cells;
+    for (std::size_t i = next++; i < stretches.size(); i = next++) {
+      const RowStretch& stretch = stretches[i];
+      for (std::int64_t line = 0; line < stretch.lines; ++line) {
+        CountRow(reinterpret_cast<const T*>(stretch.rows + line * bytesPerRow), width, tables);
+      }
+    }
+  });
+}
+
+template <typename T>
+void SampleCounter<T>::Finish() {
+  if (m_tables == nullptr) return;
+  // All tables into the first.
+  const std::int64_t tables = m_workers * m_copies;
+  for (std::int64_t t = 1; t < tables; ++t) {
+    const std::uint32_t* const from = m_tables + t * m_cells;
+    for (std::int64_t cell = 0; cell < m_cells; ++cell) m_tables[cell] += from[cell];
+  }
+  const auto add = [this](std::int64_t bin, std::uint32_t count) {
+    m_counts[bin] = static_cast<std::int32_t>(static_cast<std::uint32_t>(m_counts[bin]) + count);
+  };
+  if (!m_byValue) {
+    for (std::int64_t bin = 0; bin < m_rule.bins; ++bin) add(bin, m_tables[bin]);
+    return;
+  }
+  T values[kStrip];
+  std::int32_t bins[kStrip];
+  for (std::int64_t first = 0; first < m_cells; first += kStrip) {
+    const std::int64_t count = std::min(kStrip, m_cells - first);
+    for (std::int64_t i = 0; i < count; ++i) {
+      values[i] =
+          static_cast<T>(static_cast<std::int64_t>(std::numeric_limits<T>::lowest()) + first + i);
+    }
+    RowLoopsOfThisProcessor<T>().binsOf(values, count, m_rule, bins);
+    for (std::int64_t i = 0; i < count; ++i) {
+      if (bins[i] != m_rule.bins) add(bins[i], m_tables[first + i]);
+    }
+  }
+}
+
+#define KORIN_ELEMENT(name, T) template class SampleCounter<T>;
+KORIN_FOR_EACH_ELEMENT(KORIN_ELEMENT)
+
+}  // namespace korin::kernels
