@@ -23,53 +23,36 @@ TEST(GlobalMemory, HoldsZeroedBytesOfTheExactSize) {
     EXPECT_EQ(reinterpret_cast<std::uintptr_t>(bytes) % alignof(std::max_align_t), 0U);
     EXPECT_TRUE(std::all_of(bytes, bytes + size, [](std::byte b) { return b == std::byte{0}; }));
     bytes[size - 1] = std::byte{7};
+    EXPECT_EQ(LockGlobalMemory(memory), bytes);
+    EXPECT_TRUE(UnlockGlobalMemory(memory)) << "locks count";
     EXPECT_FALSE(UnlockGlobalMemory(memory));
+    EXPECT_FALSE(UnlockGlobalMemory(memory)) << "below zero";
     EXPECT_EQ(static_cast<std::byte*>(LockGlobalMemory(memory))[size - 1], std::byte{7});
     EXPECT_TRUE(FreeGlobalMemory(memory)) << "locked blocks are freed too";
   }
 }
 
-TEST(GlobalMemory, LocksCount) {
-  const HDIB memory = AllocGlobalMemory(8);
-  LockGlobalMemory(memory);
-  LockGlobalMemory(memory);
-  EXPECT_TRUE(UnlockGlobalMemory(memory));
-  EXPECT_FALSE(UnlockGlobalMemory(memory));
-  EXPECT_FALSE(UnlockGlobalMemory(memory)) << "below zero";
-  FreeGlobalMemory(memory);
-}
-
 TEST(GlobalMemory, DeadAndForeignHandlesAreRecognised) {
-  if (test::kWindows) GTEST_SKIP() << "the system's own handles: it recognises dead ones as it can";
+  if (test::kWindows) GTEST_SKIP() << "the system's own handles, recognised as it can";
   const HDIB memory = AllocGlobalMemory(8);
   ASSERT_TRUE(FreeGlobalMemory(memory));
-  // Later blocks do not answer to the old handle.
+  // Later blocks do not answer to the old handle, nor does one made from a full table.
   std::set<HDIB> later;
-  for (int i = 0; i < 1000; ++i) later.insert(AllocGlobalMemory(16));
-  EXPECT_EQ(later.size(), 1000U);
+  while (const HDIB one = AllocGlobalMemory(0)) later.insert(one);
+  EXPECT_EQ(later.size(), 0xFFFFU);
+  const HDIB freed = *later.begin();
+  ASSERT_TRUE(FreeGlobalMemory(freed));
+  const HDIB again = AllocGlobalMemory(1);
+  EXPECT_TRUE(later.insert(again).second);
+  later.erase(freed);
   int local = 0;
-  for (const HDIB dead : {memory, HDIB{nullptr}, static_cast<HDIB>(&local)}) {
+  for (const HDIB dead : {memory, freed, HDIB{nullptr}, static_cast<HDIB>(&local)}) {
     EXPECT_EQ(GlobalMemorySize(dead), 0);
     EXPECT_EQ(LockGlobalMemory(dead), nullptr);
     EXPECT_FALSE(UnlockGlobalMemory(dead));
     EXPECT_FALSE(FreeGlobalMemory(dead));
   }
   for (const HDIB one : later) EXPECT_TRUE(FreeGlobalMemory(one));
-}
-
-TEST(GlobalMemory, HandlesComeBackNewAfterAFullTable) {
-  if (test::kWindows) GTEST_SKIP() << "the system's own handles, which it uses again at once";
-  std::set<HDIB> all;
-  while (const HDIB memory = AllocGlobalMemory(0)) all.insert(memory);
-  EXPECT_EQ(all.size(), 0xFFFFU);
-  const HDIB first = *all.begin();
-  ASSERT_TRUE(FreeGlobalMemory(first));
-  const HDIB again = AllocGlobalMemory(1);
-  EXPECT_NE(again, nullptr);
-  EXPECT_EQ(all.count(again), 0U);
-  EXPECT_EQ(GlobalMemorySize(first), 0);
-  FreeGlobalMemory(again);
-  for (const HDIB one : all) FreeGlobalMemory(one);
 }
 
 TEST(GlobalMemory, SizesThatCannotBe) {

@@ -33,52 +33,42 @@ class ProgressWinTest : public testing::Test {
   void TearDown() override { TakeAll(); }
 };
 
-TEST_F(ProgressWinTest, SendsEachReportAtOnce) {
-  std::wstring text;
-  TestWindow window([&](const Received& r) {
-    if (r.wParam == 4) text = reinterpret_cast<const wchar_t*>(r.lParam);
-    return std::intptr_t{0};
-  });
+TEST_F(ProgressWinTest, SendsEveryReportAndPostsUpdatesWhenAskedTo) {
   const wchar_t* const caption = L"Reading";
-  const auto sink = ProgressWin::Create(window.handle, caption, false);
-  sink->initialize();
-  sink->update(0);  // the value it starts with
-  sink->update(5);
-  sink->update(5);
-  sink->update(125);
-  sink->message(L"two of three");
-  sink->finalize();
-  // A second operation goes on from the last value.
-  sink->initialize();
-  sink->update(125);
-  sink->update(0);
+  for (const bool post : {false, true}) {
+    std::wstring text;
+    TestWindow window([&](const Received& r) {
+      if (r.wParam == 4) text = reinterpret_cast<const wchar_t*>(r.lParam);
+      return std::intptr_t{0};
+    });
+    const auto sink = ProgressWin::Create(window.handle, caption, post);
+    sink->initialize();
+    sink->update(0);  // the value it starts with
+    sink->update(5);
+    sink->update(5);
+    sink->update(125);
+    sink->message(L"two of three");
+    sink->finalize();
+    // A second operation goes on from the last value.
+    sink->initialize();
+    sink->update(125);
+    sink->update(0);
 
-  ASSERT_EQ(window.log.size(), 7U);
-  EXPECT_EQ(text, L"two of three");
-  window.log[3].lParam = 0;
-  EXPECT_EQ(window.log, (Log{{kProgress, 0, Pointer(caption)},
-                             {kProgress, 1, 5},
-                             {kProgress, 1, 125},
-                             {kProgress, 4, 0},
-                             {kProgress, 2, 0},
-                             {kProgress, 0, Pointer(caption)},
-                             {kProgress, 1, 0}}));
-}
-
-TEST_F(ProgressWinTest, PostsOnlyUpdates) {
-  TestWindow window;
-  ProgressWin sink(window.handle, nullptr, true);
-  sink.initialize();
-  sink.update(10);
-  sink.update(10);
-  sink.update(20);
-  sink.message(L"");
-  sink.finalize();
-  ASSERT_EQ(window.log.size(), 3U);
-  EXPECT_EQ(window.log[0], (Received{kProgress, 0, 0}));
-  EXPECT_EQ(window.log[1].wParam, 4U);
-  EXPECT_EQ(window.log[2], (Received{kProgress, 2, 0}));
-  EXPECT_EQ(TakeAll(), (Log{{kProgress, 1, 10}, {kProgress, 1, 20}}));
+    EXPECT_EQ(text, L"two of three");
+    Log sent, updates;
+    for (Received r : window.log) {
+      if (r.wParam == 4) r.lParam = 0;
+      (r.wParam == 1 ? updates : sent).push_back(r);
+    }
+    EXPECT_EQ(sent, (Log{{kProgress, 0, Pointer(caption)},
+                         {kProgress, 4, 0},
+                         {kProgress, 2, 0},
+                         {kProgress, 0, Pointer(caption)}}));
+    EXPECT_EQ(post ? TakeAll() : updates,
+              (Log{{kProgress, 1, 5}, {kProgress, 1, 125}, {kProgress, 1, 0}}));
+    EXPECT_EQ(window.log.size(), post ? 4U : 7U);
+    EXPECT_EQ(window.log[1].wParam, post ? 4U : 1U) << "in their order";
+  }
 }
 
 TEST_F(ProgressWinTest, NoWindowNoSink) {

@@ -89,13 +89,6 @@ TEST(ScopedProgress, LargeTotalsKeepTheirPercentages) {
   EXPECT_EQ(sink->updates, (std::vector<int>{50, 100}));
 }
 
-TEST(ScopedProgress, StepsPastTheTotalReportMoreThanHundred) {
-  const auto sink = std::make_shared<RecordingProgress>();
-  ScopedProgress scope(sink, 4);
-  for (std::int64_t i = 1; i <= 4; ++i) scope.Step(i);
-  EXPECT_EQ(sink->updates, (std::vector<int>{50, 75, 100, 125}));
-}
-
 TEST(ImageRowsScopedProgress, CountsRowsThroughAllPlanes) {
   const auto sink = std::make_shared<RecordingProgress>();
   {

@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <clocale>
-#include <cstdlib>
 #include <limits>
 #include <thread>
 #include <utility>
@@ -13,7 +12,6 @@
 #include "platform/atomic_file.h"
 #include "settings/settings_file.h"
 #include "support/memory_config.h"
-#include "support/system.h"
 
 namespace korin {
 namespace {
@@ -21,8 +19,6 @@ namespace {
 using platform::Call;
 using platform::Fault;
 using test::SettingsFile;
-
-std::string g_program;
 
 TEST_F(SettingsFile, ValuesComeBackFromTheFile) {
   using Wide = std::wstring;
@@ -286,35 +282,6 @@ TEST_F(SettingsFile, ManyThreadsWriteAndRead) {
   EXPECT_EQ(Leftovers(), 0);
 }
 
-constexpr int kProcesses = 3;
-constexpr int kRounds = 40;
-
-int WriteAsChild(const std::string& file, const std::string& name) {
-  const auto config = Config::OpenFile(file);
-  for (int i = 0; i < kRounds; ++i) config->WriteInt(name, "k" + std::to_string(i), i);
-  Settle(*config, name);
-  return 0;
-}
-
-TEST_F(SettingsFile, ManyProcessesWrite) {
-  std::vector<std::thread> children;
-  for (int p = 0; p < kProcesses; ++p) {
-    children.emplace_back([&, p] {
-      const std::string command =
-          "\"" + g_program + "\" write \"" + file.string() + "\" p" + std::to_string(p);
-      EXPECT_EQ(std::system(test::ShellCommand(command).c_str()), 0);
-    });
-  }
-  for (auto& child : children) child.join();
-  const auto config = Open();
-  for (int p = 0; p < kProcesses; ++p) {
-    for (int i = 0; i < kRounds; ++i) {
-      EXPECT_EQ(config->ReadInt("p" + std::to_string(p), "k" + std::to_string(i), -1), i);
-    }
-  }
-  EXPECT_EQ(Leftovers(), 0);
-}
-
 TEST(DefaultConfig, CanBeReplaced) {
   const test::ScopedMemoryConfig settings;
   settings->WriteInt("IO", "FitsSecFrac", 3);
@@ -325,10 +292,3 @@ TEST(DefaultConfig, CanBeReplaced) {
 
 }  // namespace
 }  // namespace korin
-
-int main(int argc, char** argv) {
-  if (argc == 4 && std::string(argv[1]) == "write") return korin::WriteAsChild(argv[2], argv[3]);
-  korin::g_program = argv[0];
-  testing::InitGoogleTest(&argc, argv);
-  return RUN_ALL_TESTS();
-}
