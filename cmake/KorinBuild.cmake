@@ -30,6 +30,10 @@ endif()
 target_compile_options(korin_flags INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
   -Woverloaded-virtual -Wno-missing-field-initializers)
+if(CMAKE_UNITY_BUILD)
+  # Names of one source may hide those of another that is compiled with it.
+  target_compile_options(korin_flags INTERFACE -Wno-shadow)
+endif()
 if(KORINIMAGE_WERROR)
   target_compile_options(korin_flags INTERFACE -Werror)
 endif()

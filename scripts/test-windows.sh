@@ -11,12 +11,16 @@ targets=("$@")
 [ ${#targets[@]} -eq 0 ] && targets=(windows-x86-64 windows-x86-32 linux-x86-32)
 scripts/cross-deps.sh --files "${targets[@]}"
 
+case " ${targets[*]} " in
+  *" windows-"*) scripts/wine-run.sh cmd /c exit >/dev/null 2>&1 & ;; # makes Wine's prefix
+esac
+
 echo "== kernel generators"
 korin_build release --target KorinImage-halide_generators
 failed=()
 for target in "${targets[@]}"; do
   echo "== $target"
-  korin_build "$target" -- -k 0
+  korin_build "$target" -- -k 0 || failed+=("build of $target")
   # Skipped tests say why.
   ctest --test-dir "build/$target" --output-on-failure -j "$(nproc)" --no-tests=error ||
     failed+=("$target")

@@ -11,7 +11,7 @@ presets=("$@")
 for preset in "${presets[@]}"; do
   echo "== $preset"
   # The instrumented builds take the pipelines of the release build.
-  [ "$preset" = release ] || korin_build release --target korin_kernels >/dev/null
+  [ "$preset" = release ] || korin_build release --target korinimage >/dev/null
   case $preset in
     tsan)
       # Only what runs on several threads: this build is slow.
