@@ -32,20 +32,38 @@ std::string ForeignKind(std::string_view start) {
   return {};
 }
 
-template <typename Unsigned>
-void FlipSignBits(void* pixels, std::int64_t count) {
-  constexpr auto kSign =
-      static_cast<Unsigned>(Unsigned{1} << (std::numeric_limits<Unsigned>::digits - 1));
-  auto* values = static_cast<Unsigned*>(pixels);
-  for (std::int64_t i = 0; i < count; ++i) values[i] = static_cast<Unsigned>(values[i] ^ kSign);
+// Values of the file's byte order and offset as the machine's own: in one pass, in
+// steps of a fixed length, which compilers turn into vector code. `flip` is applied
+// with exclusive or.
+template <bool kSwap, typename Unsigned>
+void ToMachine(Unsigned* values, std::int64_t count, Unsigned flip) {
+  const auto convert = [flip](Unsigned value) {
+    if constexpr (kSwap && sizeof(Unsigned) == 2) {
+      value = static_cast<Unsigned>((value << 8) | (value >> 8));
+    } else if constexpr (kSwap && sizeof(Unsigned) == 4) {
+      value = (value << 24) | ((value & 0xff00u) << 8) | ((value >> 8) & 0xff00u) | (value >> 24);
+    } else if constexpr (kSwap && sizeof(Unsigned) == 8) {
+      value = ((value & 0x00ff00ff00ff00ffu) << 8) | ((value >> 8) & 0x00ff00ff00ff00ffu);
+      value = ((value & 0x0000ffff0000ffffu) << 16) | ((value >> 16) & 0x0000ffff0000ffffu);
+      value = (value << 32) | (value >> 32);
+    }
+    return static_cast<Unsigned>(value ^ flip);
+  };
+  constexpr std::int64_t kStep = 64;
+  std::int64_t i = 0;
+  for (; i + kStep <= count; i += kStep) {
+    Unsigned* step = values + i;
+    for (std::int64_t k = 0; k < kStep; ++k) step[k] = convert(step[k]);
+  }
+  for (; i < count; ++i) values[i] = convert(values[i]);
 }
 
-template <typename Unsigned>
-void SwapBytes(void* pixels, std::int64_t count) {
-  auto* bytes = static_cast<unsigned char*>(pixels);
-  for (std::int64_t i = 0; i < count; ++i, bytes += sizeof(Unsigned)) {
-    std::reverse(bytes, bytes + sizeof(Unsigned));
-  }
+template <bool kSwap, typename Unsigned>
+void ToMachine(void* pixels, std::int64_t count, bool isUnsigned) {
+  constexpr auto kSign =
+      static_cast<Unsigned>(Unsigned{1} << (std::numeric_limits<Unsigned>::digits - 1));
+  if (!kSwap && !isUnsigned) return;
+  ToMachine<kSwap>(static_cast<Unsigned*>(pixels), count, isUnsigned ? kSign : Unsigned{0});
 }
 
 }  // namespace
@@ -281,14 +299,24 @@ void FitsInput::CheckTiles() {
 }
 
 void FitsInput::ReadPixels(std::int64_t first, std::int64_t count, void* into) {
-  if (m_description.tileCompressed) {
-    ReadTiles(first, count, into);
-  } else {
-    ReadPlain(first, count, into);
-  }
-  if (!m_description.isSigned) {
-    if (m_description.type == CImage::DataTypeInt16) FlipSignBits<std::uint16_t>(into, count);
-    if (m_description.type == CImage::DataTypeInt32) FlipSignBits<std::uint32_t>(into, count);
+  if (!m_description.tileCompressed) return ReadPlain(first, count, into);
+  ReadTiles(first, count, into);
+  Finish<false>(count, into);
+}
+
+// Byte order and the offset of unsigned values.
+template <bool kSwap>
+void FitsInput::Finish(std::int64_t count, void* pixels) const {
+  const bool isUnsigned = !m_description.isSigned;
+  switch (std::abs(m_description.type)) {
+    case 16:
+      return ToMachine<kSwap, std::uint16_t>(pixels, count, isUnsigned);
+    case 32:
+      return ToMachine<kSwap, std::uint32_t>(pixels, count, isUnsigned);
+    case 64:
+      return ToMachine<kSwap, std::uint64_t>(pixels, count, false);
+    default:
+      return;
   }
 }
 
@@ -299,14 +327,19 @@ void FitsInput::ReadPlain(std::int64_t first, std::int64_t count, void* into) {
   const std::int64_t size = std::abs(m_description.type) / 8;
   if (!m_plain.is_open()) m_plain.open(m_name, std::ios::binary);
   m_plain.seekg(m_dataStart + first * size);
-  m_plain.read(static_cast<char*>(into), static_cast<std::streamsize>(count * size));
-  if (!m_plain) {
-    throw FileError(m_name, "cannot be read at pixel " + std::to_string(first), kRemedyDamaged);
+  // Pieces that are still in the processor's cache when their bytes are put in order.
+  constexpr std::int64_t kPiece = 1 << 17;
+  auto* bytes = static_cast<char*>(into);
+  for (std::int64_t left = count * size; left > 0;) {
+    const std::int64_t now = std::min(left, kPiece);
+    m_plain.read(bytes, static_cast<std::streamsize>(now));
+    if (!m_plain) {
+      throw FileError(m_name, "cannot be read at pixel " + std::to_string(first), kRemedyDamaged);
+    }
+    Finish<std::endian::native == std::endian::little>(now / size, bytes);
+    bytes += now;
+    left -= now;
   }
-  if constexpr (std::endian::native == std::endian::big) return;
-  if (size == 2) SwapBytes<std::uint16_t>(into, count);
-  if (size == 4) SwapBytes<std::uint32_t>(into, count);
-  if (size == 8) SwapBytes<std::uint64_t>(into, count);
 }
 
 void FitsInput::ReadTiles(std::int64_t first, std::int64_t count, void* into) {

@@ -42,6 +42,8 @@ class FitsInput {
   void ReadCards();
   void ReadPlain(std::int64_t first, std::int64_t count, void* into);
   void ReadTiles(std::int64_t first, std::int64_t count, void* into);
+  template <bool kSwap>
+  void Finish(std::int64_t count, void* pixels) const;
   double ReadNumber(const char* keyword, double fallback);
   // Throws when CFITSIO reported an error, with its words.
   void Check(int status, const std::string& doing) const;
