@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 
 #include "kernels/element.h"
 #include "kernels/row_batch.h"
@@ -29,8 +30,11 @@ struct PixelView {
 template <typename T, typename Body>
 void ForEachStretch(const PixelView& view, std::int64_t plane, Body&& body) {
   if (view.width <= 0) return;
+  // A block that was just read from the swap file is worked on at once, while it is in
+  // the processor's cache: an image that is paged goes one block at a time.
+  const int shares = view.store->IsOnMemory() ? 1 : std::numeric_limits<int>::max();
   for (std::int64_t y = 0; y < view.height;) {
-    const RowBatch batch(*view.store, plane, y, view.height - y, BlockIntent::Read, true);
+    const RowBatch batch(*view.store, plane, y, view.height - y, BlockIntent::Read, true, shares);
     ParallelStretches(batch, view.store->GetBytesPerLine(),
                       [&](const BYTE* rows, std::int64_t first, std::int64_t lines) {
                         body(reinterpret_cast<const T*>(rows), first, lines);
