@@ -15,6 +15,8 @@ namespace {
 // would otherwise belong to nothing and be lost.
 constexpr const char* kSentinel = "\x01 end";
 
+constexpr std::string_view kBom = "\xEF\xBB\xBF";
+
 enum class Line { kBlank, kComment, kSection, kValue, kUnknown };
 
 Line KindOf(std::string_view line) {
@@ -30,8 +32,7 @@ Line KindOf(std::string_view line) {
 // no value when the text is none of ours.
 std::optional<std::string> Prepare(std::string_view bytes) {
   if (bytes.find('\0') != bytes.npos) return std::nullopt;
-  constexpr std::string_view bom = "\xEF\xBB\xBF";
-  if (bytes.substr(0, bom.size()) == bom) bytes.remove_prefix(bom.size());
+  if (bytes.starts_with(kBom)) bytes.remove_prefix(kBom.size());
   std::string out;
   bool sections = false;
   bool unknown = false;
@@ -79,6 +80,8 @@ std::string IniText::Save() const {
   std::string text;
   if (m_parsed->ini.Save(text) < 0) throw std::bad_alloc();
   std::erase(text, '\r');
+  // A first name that begins like the mark of an encoding is none.
+  if (text.starts_with(kBom)) text.insert(0, 1, '\n');
   if (!m_tail.empty()) text += "\n" + m_tail + "\n";
   return text;
 }

@@ -130,6 +130,22 @@ TEST_F(SettingsFile, WritingKeepsWhatPeopleWrote) {
   EXPECT_EQ(Bytes(), once) << "nothing piles up";
 }
 
+// It must not be taken for the mark of an encoding when it comes to stand first.
+TEST_F(SettingsFile, ANameThatBeginsLikeAMarkStaysWhole) {
+  Put(" \xEF\xBB\xBF"
+      "a = 1\n");
+  for (int i = 0; i < 3; ++i) {
+    Open()->WriteInt("s", "b", i);
+    EXPECT_EQ(Open()->ReadInt("",
+                              "\xEF\xBB\xBF"
+                              "a",
+                              0),
+              1)
+        << i;
+    EXPECT_EQ(Open()->ReadInt("", "a", 0), 0) << i;
+  }
+}
+
 TEST_F(SettingsFile, ReadingAndDeletingMakeNoFile) {
   const auto config = Open();
   EXPECT_EQ(config->ReadInt("a", "b", 7), 7);
