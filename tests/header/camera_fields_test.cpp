@@ -10,21 +10,6 @@ namespace {
 using korin::test::kInf;
 using korin::test::kNan;
 
-TEST(CameraFields, StartNotSet) {
-  const CHeader header;
-  tagFRational r{5.0, 5.0};
-  std::wstring text = L"old";
-  header.GetExposureShutterSpeed(r);
-  EXPECT_EQ(r, tagFRational());
-  header.GetExposureFNumber(text);
-  EXPECT_EQ(text, L"");
-  EXPECT_EQ(header.GetISO(), 0);
-  EXPECT_STREQ(header.GetLightSource(), L"");
-  EXPECT_EQ(header.IsWBShootingGain(), 0);
-  EXPECT_EQ(header.GetWBShootingGainBayer(3), 1.0);
-  EXPECT_FALSE(header.GetTemperature());
-}
-
 TEST(CameraFields, ShutterSpeed) {
   const struct {
     tagFRational set;
@@ -81,21 +66,11 @@ TEST(CameraFields, ApertureAndFocalLength) {
   }
 }
 
-TEST(CameraFields, PlainValues) {
+TEST(CameraFields, NoTextIsEmptyText) {
   CHeader header;
   header.SetCameraModel(L"Model");
   header.SetCameraModel(nullptr);
-  header.SetLightSource(L"Daylight");
-  header.SetISO(65535);
-  header.SetCFAPattern(-7);
-  header.SetWBShootingGain(1);
-  header.SetTemperature(-20.5F);
   EXPECT_STREQ(header.GetCameraModel(), L"");
-  EXPECT_STREQ(header.GetLightSource(), L"Daylight");
-  EXPECT_EQ(header.GetISO(), 65535);
-  EXPECT_EQ(header.GetCFAPattern(), -7);
-  EXPECT_EQ(header.IsWBShootingGain(), 1);
-  EXPECT_EQ(header.GetTemperature(), -20.5F);
 }
 
 TEST(CameraFields, GainsStayWithinTheirArrays) {

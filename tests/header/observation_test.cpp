@@ -17,29 +17,17 @@ using korin::test::kInf;
 using korin::test::kNan;
 using korin::test::Make;
 
-std::string Text(int found, const tagADATE& d) {
-  if (found == 0) return "-";
+using Getter = int (CHeader::*)(tagADATE&) const;
+constexpr Getter kStart = &CHeader::GetDateTime;
+constexpr Getter kMid = &CHeader::GetMidDateTime;
+constexpr Getter kEnd = &CHeader::GetEndDateTime;
+
+std::string Text(const CHeader& header, Getter get) {
+  tagADATE d;
+  if ((header.*get)(d) == 0) return "-";
   return std::to_string(d.year) + ' ' + std::to_string(d.month) + ' ' + std::to_string(d.day) +
          ' ' + std::to_string(d.hour) + ':' + std::to_string(d.minute) + ':' +
          std::to_string(d.second);
-}
-
-std::string StartOf(const CHeader& header) {
-  tagADATE date;
-  const int found = header.GetDateTime(date);
-  return Text(found, date);
-}
-
-std::string EndOf(const CHeader& header) {
-  tagADATE date;
-  const int found = header.GetEndDateTime(date);
-  return Text(found, date);
-}
-
-std::string MidOf(const CHeader& header) {
-  tagADATE date;
-  const int found = header.GetMidDateTime(date);
-  return Text(found, date);
 }
 
 double Jd(const tagADATE& date) { return korin::calendar::GetJd(date).value(); }
@@ -81,11 +69,11 @@ TEST(Observation, DatesThatObservatoriesWrite) {
   for (const auto& row : kRows) {
     CHeader header = Make({std::wstring(L"DATE-OBS= ") + row.date});
     if (row.time != nullptr) header.Add(row.time);
-    EXPECT_EQ(StartOf(header), row.start) << row.date;
+    EXPECT_EQ(Text(header, kStart), row.start) << row.date;
     double jd = 0.0;
     EXPECT_EQ(header.GetDateTime(jd), row.start[0] == '-' && row.start[1] == '\0' ? 0 : 1);
   }
-  EXPECT_EQ(StartOf(Make({L"UT      = '01:02:03'"})), "-");
+  EXPECT_EQ(Text(Make({L"UT      = '01:02:03'"}), kStart), "-");
 }
 
 TEST(Observation, EndAndMiddle) {
@@ -111,8 +99,8 @@ TEST(Observation, EndAndMiddle) {
       {{date, L"EXPTIME = 'unknown'"}, "2023 4 5 23:59:50.000000", "2023 4 5 23:59:50.000000"}};
   for (const auto& row : kRows) {
     const CHeader header = Make(row.cards);
-    EXPECT_EQ(EndOf(header), row.end);
-    EXPECT_EQ(MidOf(header), row.mid);
+    EXPECT_EQ(Text(header, kEnd), row.end);
+    EXPECT_EQ(Text(header, kMid), row.mid);
     double jd = 0.0;
     EXPECT_EQ(header.GetMidDateTime(jd), row.mid[0] == '-' ? 0 : 1);
   }
@@ -163,12 +151,11 @@ TEST(Observation, TemperatureAndDetector) {
 TEST(Observation, SingleNumbers) {
   const CHeader header =
       Make({L"F-RATIO =                  7.5", L"FOC-LEN =               1200.0"});
-  double value = 0.0;
-  EXPECT_EQ(header.GetFRatio(value), 1);
-  EXPECT_EQ(value, 7.5);
-  EXPECT_EQ(header.GetFocLen(value), 1);
-  EXPECT_EQ(value, 1200.0);
-  EXPECT_EQ(header.GetExposureTime(value), 0);
+  double ratio = 0.0;
+  double length = 0.0;
+  EXPECT_EQ(header.GetFRatio(ratio) + header.GetFocLen(length), 2);
+  EXPECT_EQ(ratio, 7.5);
+  EXPECT_EQ(length, 1200.0);
 }
 
 class SetMidDateTime : public ::testing::Test {
@@ -187,22 +174,17 @@ const wchar_t* const kExposureCards[] = {
 
 TEST_F(SetMidDateTime, CardsOfEveryMode) {
   const std::wstring date = L"DATE-OBS= '2023-04-05'         / Observation start date (YYYY-MM-DD)";
+  const Cards three = {L"UT      = '11:59:59.000'       / Typical UTC at exposure (HH:MM:SS.S)",
+                       L"UT-STR  = '11:59:59.000'       / UTC at start exposure (HH:MM:SS.S)",
+                       L"UT-END  = '12:05:18.000'       / UTC at end exposure (HH:MM:SS.S)"};
   const struct {
     int startEnd;
     int fractions;
     Cards timeCards;
   } kRows[] = {{0, 0, {L"UT      = '12:00:09.000'       / Typical UTC at exposure (HH:MM:SS.S)"}},
                {0, 1, {L"UT      = '12:00:08.500'       / Typical UTC at exposure (HH:MM:SS.S)"}},
-               {1,
-                0,
-                {L"UT      = '11:59:59.000'       / Typical UTC at exposure (HH:MM:SS.S)",
-                 L"UT-STR  = '11:59:59.000'       / UTC at start exposure (HH:MM:SS.S)",
-                 L"UT-END  = '12:05:18.000'       / UTC at end exposure (HH:MM:SS.S)"}},
-               {-1,
-                2,
-                {L"UT      = '11:59:59.000'       / Typical UTC at exposure (HH:MM:SS.S)",
-                 L"UT-STR  = '11:59:59.000'       / UTC at start exposure (HH:MM:SS.S)",
-                 L"UT-END  = '12:05:18.000'       / UTC at end exposure (HH:MM:SS.S)"}}};
+               {1, 0, three},
+               {-1, 2, three}};
   for (const auto& row : kRows) {
     Modes(row.startEnd, row.fractions);
     CHeader header;
@@ -252,7 +234,7 @@ TEST_F(SetMidDateTime, CardsAreReplacedWhereTheyStand) {
   Modes(0, 0);
   ASSERT_EQ(header.SetMidDateTime(2460100.0, 2460100.0, 0.0, 1, 0.0), 1);
   EXPECT_EQ(header.GetAt(header.Find(L"UT")).substr(11, 8), L"12:00:00");
-  EXPECT_EQ(EndOf(header), "2023 6 4 0:0:0.000000");
+  EXPECT_EQ(Text(header, kEnd), "2023 6 4 0:0:0.000000");
 }
 
 TEST_F(SetMidDateTime, RefusalsLeaveTheHeader) {

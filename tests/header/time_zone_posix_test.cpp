@@ -1,30 +1,16 @@
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
-#include <optional>
-#include <string>
+#include <tuple>
 
 #include "korinimage/header.h"
 #include "platform/time_zone.h"
+#include "support/scoped_variable.h"
 
 namespace {
 
-class TimeZone : public ::testing::Test {
- protected:
-  ~TimeZone() override {
-    if (m_before) {
-      setenv("TZ", m_before->c_str(), 1);
-    } else {
-      unsetenv("TZ");
-    }
-  }
+using korin::test::ScopedVariable;
 
- private:
-  std::optional<std::string> m_before =
-      getenv("TZ") == nullptr ? std::nullopt : std::optional<std::string>(getenv("TZ"));
-};
-
-TEST_F(TimeZone, StandardTimeWithoutDaylightSaving) {
+TEST(TimeZone, StandardTimeWithoutDaylightSaving) {
   const struct {
     const char* zone;
     int bias;
@@ -34,13 +20,13 @@ TEST_F(TimeZone, StandardTimeWithoutDaylightSaving) {
                {"IST-1GMT0,M10.5.0,M3.5.0/1", 0},  // winter is the "saving" time
                {"<+0545>-5:45", -345}};
   for (const auto& row : kRows) {
-    setenv("TZ", row.zone, 1);
+    const ScopedVariable zone("TZ", row.zone);
     EXPECT_EQ(korin::platform::StandardBiasMinutes(), row.bias) << row.zone;
   }
 }
 
-TEST_F(TimeZone, LocalStandardTimeOfAHeader) {
-  setenv("TZ", "AEST-10AEDT,M10.1.0,M4.1.0/3", 1);
+TEST(TimeZone, LocalStandardTimeOfAHeader) {
+  const ScopedVariable zone("TZ", "AEST-10AEDT,M10.1.0,M4.1.0/3");
   CHeader header;
   header.Add(L"DATE-OBS= '2023-12-31T20:30:00.5'");
   header.Add(L"EXPTIME =                 60.0");
