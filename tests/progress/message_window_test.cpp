@@ -17,18 +17,14 @@
 namespace korin {
 namespace {
 
+using test::Log;
 using test::Received;
 using test::TakeAll;
 using test::TestWindow;
-using Log = std::vector<Received>;
 
 constexpr unsigned kFirst = 0x400;
 
-class MessageWindow : public testing::Test {
- protected:
-  void SetUp() override { ASSERT_TRUE(TakeAll().empty()); }
-  void TearDown() override { TakeAll(); }
-};
+using MessageWindow = test::WindowTest;
 
 // A thread that owns one window and looks at its messages until `stop` is sent.
 class Owner {

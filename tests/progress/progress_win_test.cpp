@@ -13,10 +13,10 @@
 namespace korin {
 namespace {
 
+using test::Log;
 using test::Received;
 using test::TakeAll;
 using test::TestWindow;
-using Log = std::vector<Received>;
 
 constexpr unsigned kProgress = 0x470;
 constexpr unsigned kOther = 0x400;
@@ -27,11 +27,7 @@ void Key(HWND window, char key) {
 }
 constexpr char kEscape = '\x1B';
 
-class ProgressWinTest : public testing::Test {
- protected:
-  void SetUp() override { ASSERT_TRUE(TakeAll().empty()); }
-  void TearDown() override { TakeAll(); }
-};
+using ProgressWinTest = test::WindowTest;
 
 TEST_F(ProgressWinTest, SendsEveryReportAndPostsUpdatesWhenAskedTo) {
   const wchar_t* const caption = L"Reading";

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <cstdint>
 #include <functional>
 #include <thread>
@@ -47,13 +49,22 @@ class TestWindow {
   bool foreignThread = false;  // the procedure ran elsewhere
 };
 
+using Log = std::vector<Received>;
+
 // Empties the calling thread's queue; the messages in the order they came.
-inline std::vector<Received> TakeAll() {
-  std::vector<Received> all;
+inline Log TakeAll() {
+  Log all;
   for (WindowMessage m; PeekWindowMessage(&m, 0, 0, true);) {
     all.push_back({m.message, m.wParam, m.lParam});
   }
   return all;
 }
+
+// Begins and ends with an empty queue.
+class WindowTest : public testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(TakeAll().empty()); }
+  void TearDown() override { TakeAll(); }
+};
 
 }  // namespace korin::test
