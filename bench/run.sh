@@ -1,13 +1,10 @@
 #!/usr/bin/env bash
-# Installs what the benchmark needs, builds it and prints its table.
-#   bench/run.sh [Google Benchmark options]
+# Installs what the benchmarks need, builds them and prints one table.
+#   bench/run.sh [--quick] [part of an operation's name]
 source "$(dirname "$0")/../scripts/common.sh"
 korin_install_build_tools
-korin_install libbenchmark-dev libopencv-dev python3
-korin_build bench --target korin_bench
-result=$(mktemp)
-trap 'rm -f "$result"' EXIT
-build/bench/bench/korin_bench --benchmark_out="$result" --benchmark_out_format=json \
-  --benchmark_repetitions=5 --benchmark_enable_random_interleaving=true \
-  --benchmark_min_time=0.1 "$@" >/dev/null
-python3 bench/ratios.py "$result"
+korin_install libopencv-dev libvips-dev imagemagick python3 python3-numpy
+korin_build bench --target korin_bench korin_file_bench >&2
+grep -m 1 'model name' /proc/cpuinfo | cut -d : -f 2-
+echo "$(nproc) processors, $(uname -sr), $(g++ --version | head -n 1)"
+python3 bench/ratios.py build/bench/bench "$@"
