@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -24,8 +25,39 @@ struct RowsToConvert {
   std::int64_t plane = 0;
 };
 
-// Converts rows; false when it could not. Called on the kernels' threads too.
-using RowConversion = std::function<bool(const RowsToConvert&)>;
+// The rows of one plane that are going to be converted.
+struct PlaneToConvert {
+  std::int64_t plane = 0;
+  std::int64_t width = 0;
+  std::int64_t lines = 0;
+};
+
+// How rows are converted. Copies share what was prepared: one of them is used at a
+// time.
+class RowConversion {
+ public:
+  using Convert = std::function<bool(const RowsToConvert&)>;
+  using Prepare = std::function<void(const PlaneToConvert&)>;
+
+  RowConversion() = default;
+  // `convert` returns false when it could not; it is called on any thread. `prepare`
+  // is called between conversions, on the thread that drives them, before the rows
+  // of a plane come.
+  template <typename F>
+  requires std::is_invocable_r_v<bool, F, const RowsToConvert&> RowConversion(F convert,
+                                                                              Prepare prepare = {})
+      : m_convert(std::move(convert)), m_prepare(std::move(prepare)) {}
+
+  explicit operator bool() const { return static_cast<bool>(m_convert); }
+  bool operator()(const RowsToConvert& rows) const { return m_convert(rows); }
+  void PrepareFor(const PlaneToConvert& plane) const {
+    if (m_prepare) m_prepare(plane);
+  }
+
+ private:
+  Convert m_convert;
+  Prepare m_prepare;
+};
 
 // The range (lowest, highest physical value) that is mapped onto the destination
 // type: one for all planes, or one for each.

@@ -1,4 +1,5 @@
 #include "kernels/pipelines.h"
+#include "kernels/store_conversion.h"
 #include "samples.h"
 #include "variant.h"
 
@@ -131,6 +132,46 @@ TEST(Conversions, StaticCast) {
   }
   KORIN_FOR_EACH_CAST(KORIN_X)
 #undef KORIN_X
+}
+
+// A conversion told of a large plane looks its small samples up: the same bits, also
+// after another plane of another range or width.
+TEST(Conversions, PreparedEqualsUnprepared) {
+  ForEachElement([]<typename S>(std::type_identity<S>) {
+    if constexpr (sizeof(S) <= 2) {
+      const auto kindOf = []<typename T>(std::type_identity<T>) {
+        return *ElementKindOf(8 * static_cast<int>(sizeof(T)), std::is_signed_v<T>);
+      };
+      ForEachInteger([&]<typename D>(std::type_identity<D> to) {
+        const ElementKind from = kindOf(std::type_identity<S>{});
+        const auto make = [&](bool normalize) {
+          return normalize ? NormalizeMappingConversion(from, kindOf(to), 0.7, -5.0,
+                                                        {{3.25, 250.0}, {-100.0, 40000.0}})
+                           : ShiftClampConversion(from, kindOf(to), 1.0e-3, 1.0e17, -1.0e17);
+        };
+        for (const bool normalize : {true, false}) {
+          const RowConversion prepared = make(normalize);
+          const RowConversion plain = make(normalize);
+          std::int64_t number = 0;
+          for (const auto& [width, lines] :
+               {std::pair(1027, 259), {1027, 259}, {61, 4300}, {61, 2}}) {
+            const Plane<S> source(width, lines, 3, Content::kFullRange, 6);
+            Plane<D> got(width, lines, 2);
+            Plane<D> wanted(width, lines, 2);
+            prepared.PrepareFor({number, width, lines});
+            for (const auto& [conversion, plane] :
+                 {std::pair(&prepared, &got), {&plain, &wanted}}) {
+              ASSERT_TRUE((*conversion)({reinterpret_cast<const BYTE*>(source.Data()),
+                                         reinterpret_cast<BYTE*>(plane->Data()), width, lines,
+                                         source.stride, plane->stride, number}));
+            }
+            ASSERT_TRUE(SameBits(got, wanted)) << sizeof(S) << " to " << sizeof(D) << " bytes";
+            ++number;
+          }
+        }
+      });
+    }
+  });
 }
 
 // Values worked out by hand.

@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <new>
+#include <type_traits>
+#include <vector>
+
+#include "kernels/row_batch.h"
+
+namespace korin::kernels {
+
+// What every value of an 8- or 16-bit type becomes, computed once for a whole
+// conversion: looking a sample up costs a fraction of computing it.
+template <typename S, typename D>
+class ValueTable {
+ public:
+  static constexpr bool kPossible = std::is_integral_v<S> && sizeof(S) <= 2;
+  static constexpr std::int64_t kValues = std::int64_t{1} << (kPossible ? 8 * sizeof(S) : 0);
+
+  // True where so many samples pay for the table.
+  static constexpr bool IsWorth(std::int64_t samples) {
+    return kPossible && samples >= 4 * kValues;
+  }
+
+  // `convert(const S*, D*, width, lines)` is the conversion itself, asked for all values
+  // in rows of `width` samples, which divides their number. Null when it fails or
+  // there is no memory.
+  template <typename Convert>
+  static std::shared_ptr<const ValueTable> Make(std::int64_t width, Convert&& convert) {
+    try {
+      auto table = std::make_shared<ValueTable>();
+      std::vector<S> values(kValues);
+      for (std::int64_t i = 0; i < kValues; ++i) {
+        values[static_cast<std::size_t>(i)] = static_cast<S>(i);
+      }
+      if (convert(values.data(), table->m_results.data(), width, kValues / width)) return table;
+    } catch (const std::bad_alloc&) {
+    }
+    return nullptr;
+  }
+
+  ValueTable() : m_results(kValues) {}
+
+  // `lines` rows of `width` samples, on the kernels' threads.
+  void Convert(const S* source, D* destination, std::int64_t width, std::int64_t lines,
+               std::int64_t sourceStride, std::int64_t destinationStride) const {
+    ParallelRows(0, lines, width * static_cast<std::int64_t>(sizeof(S)),
+                 [&](std::int64_t, std::int64_t first, std::int64_t end) {
+                   for (std::int64_t y = first; y < end; ++y) {
+                     LookUp(source + y * sourceStride, destination + y * destinationStride, width);
+                   }
+                 });
+  }
+
+ private:
+  void LookUp(const S* source, D* destination, std::int64_t width) const {
+    using Index = std::make_unsigned_t<S>;
+    const D* const results = m_results.data();
+    constexpr std::int64_t kTogether = 8;
+    std::int64_t x = 0;
+    for (; x + kTogether <= width; x += kTogether) {
+      // All are looked up before one is stored: a store might change what is read.
+      D found[kTogether];
+      for (std::int64_t i = 0; i < kTogether; ++i) {
+        found[i] = results[static_cast<Index>(source[x + i])];
+      }
+      for (std::int64_t i = 0; i < kTogether; ++i) destination[x + i] = found[i];
+    }
+    for (; x < width; ++x) {
+      destination[x] = results[static_cast<Index>(source[x])];
+    }
+  }
+
+  std::vector<D> m_results;  // by the bits of the value
+};
+
+}  // namespace korin::kernels
