@@ -8,8 +8,7 @@
 #include <memory>
 
 #include "commands.h"
-#include "interrupt.h"
-#include "korinimage/exceptions.h"
+#include "conversion.h"
 #include "level_options.h"
 #include "measure.h"
 
@@ -78,10 +77,7 @@ void Convert(const ConvertOptions& options, Session& session) {
       mode = image->IsBitsChangeable(type, isSigned) ? CImage::ChangeBitsLevel::Raw
                                                      : CImage::ChangeBitsLevel::Cooked;
     }
-    if (!image->ChangeBits(type, isSigned, mode, session.MakeProgress("converting"))) {
-      throw CVmMemoryAllocationError("there is no room to convert the image");
-    }
-    CheckInterrupt();
+    ConvertPixels(*image, type, isSigned, mode, session);
     if (mode != CImage::ChangeBitsLevel::MinMax) {
       CorrectScaling(*image, mode == CImage::ChangeBitsLevel::Raw, sourceBzero, levels);
     }

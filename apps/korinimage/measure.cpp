@@ -9,31 +9,13 @@
 
 #include "interrupt.h"
 #include "korinimage/exceptions.h"
+#include "policy_scope.h"
 
 namespace korin::app {
 
 namespace {
 
 using Policy = CVmManager::AllocationPolicy;
-
-// What the image's statistics measure follows the manager's policy: stored values
-// by the kernels under Planes, physical values row by row under Blocks. The layout
-// of existing images stays as it is.
-class PolicyScope {
- public:
-  PolicyScope(const CImage& image, Policy policy) : m_manager(image.VmManager()) {
-    if (m_manager == nullptr) throw CVmManagerHandleDeletedError();
-    m_before = m_manager->GetAllocationPolicy();
-    m_manager->SetAllocationPolicy(policy);
-  }
-  PolicyScope(const PolicyScope&) = delete;
-  PolicyScope& operator=(const PolicyScope&) = delete;
-  ~PolicyScope() { m_manager->SetAllocationPolicy(m_before); }
-
- private:
-  std::shared_ptr<CVmManager> m_manager;
-  Policy m_before = Policy::Blocks;
-};
 
 // Measures stored values: takes the scaling off and puts it back.
 class StoredValuesScope {

@@ -7,8 +7,7 @@
 #include <optional>
 
 #include "commands.h"
-#include "interrupt.h"
-#include "korinimage/exceptions.h"
+#include "conversion.h"
 #include "korinimage/io/png_file.h"
 #include "level_options.h"
 #include "measure.h"
@@ -45,11 +44,7 @@ void Preview(const PreviewOptions& options, Session& session) {
 
   const auto type = options.bits == 16 ? CImage::DataTypeInt16 : CImage::DataTypeInt8;
   if (image->GetBitsPixel() != type || (type == CImage::DataTypeInt16 && image->IsSigned())) {
-    if (!image->ChangeBits(type, false, options.levels.Mode(),
-                           session.MakeProgress("converting"))) {
-      throw CVmMemoryAllocationError("there is no room to convert the image");
-    }
-    CheckInterrupt();
+    ConvertPixels(*image, type, false, options.levels.Mode(), session);
     // The converted codes are what is shown, whatever they stand for.
     image->SetBscale(1.0);
     image->SetBzero(0.0);

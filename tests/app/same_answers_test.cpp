@@ -35,7 +35,7 @@ class SameAnswersTest : public CommandTest {
 
   // Output and files are the same to the last byte; `output` is the file written.
   void ExpectSame(const Arguments& arguments, const std::string& output = {},
-                  const std::string& planesMib = "6") {
+                  const std::string& planesMib = "5") {
     std::string text;
     std::string bytes;
     for (const Arguments& way : Ways(planesMib)) {

@@ -169,7 +169,8 @@ TEST_F(SaveFitsTest, WritesThroughALink) {
   std::filesystem::create_directory(Path("there"));
   std::error_code error;
   std::filesystem::create_symlink("there/target.fits", Path("link.fits"), error);
-  if (error) GTEST_SKIP() << "this system makes no links: " << error.message();
+  if (test::kWindows && error) GTEST_SKIP() << "no links here: " << error.message();
+  ASSERT_FALSE(error);
   SaveFits(image, Path("link.fits"));
   EXPECT_TRUE(std::filesystem::is_symlink(Path("link.fits")));
   EXPECT_TRUE(std::filesystem::is_regular_file(Path("there/target.fits")));
