@@ -11,7 +11,7 @@ namespace korin::test {
 namespace {
 
 // Bytes now, and the most there ever were.
-struct Level {
+struct Watermark {
   std::atomic<std::int64_t> now{0};
   std::atomic<std::int64_t> most{0};
   void Add(std::int64_t bytes) {
@@ -24,7 +24,7 @@ struct Level {
 
 class CountedMemory : public CVmMemoryInterface {
  public:
-  CountedMemory(Level& level, std::int64_t size)
+  CountedMemory(Watermark& level, std::int64_t size)
       : m_level(level), m_size(size), m_memory(Alloc(size)) {
     m_level.Add(m_size);
   }
@@ -35,7 +35,7 @@ class CountedMemory : public CVmMemoryInterface {
   bool IsValid() const override { return m_memory->IsValid(); }
 
  private:
-  Level& m_level;
+  Watermark& m_level;
   std::int64_t m_size;
   std::unique_ptr<CVmMemoryInterface> m_memory;
 };
@@ -43,7 +43,7 @@ class CountedMemory : public CVmMemoryInterface {
 // A swap file in memory that knows how far it was ever asked to reach.
 class CountedSwap : public CVmVirtualMemory {
  public:
-  explicit CountedSwap(Level& level) : m_level(level) {}
+  explicit CountedSwap(Watermark& level) : m_level(level) {}
   bool IsOpen() const override { return true; }
   bool Seek(std::int64_t offset) override {
     m_at = static_cast<std::size_t>(offset);
@@ -71,7 +71,7 @@ class CountedSwap : public CVmVirtualMemory {
     return true;
   }
 
-  Level& m_level;
+  Watermark& m_level;
   std::vector<char> m_bytes;
   std::size_t m_at = 0;
 };
@@ -102,8 +102,8 @@ class LimitsTest : public VmTest, public testing::WithParamInterface<Limits> {
   }
   ~LimitsTest() override { SetThreadCount(0); }
 
-  Level m_memory;
-  Level m_disk;
+  Watermark m_memory;
+  Watermark m_disk;
   std::shared_ptr<CVmManagerImpl> m_manager;
 };
 
