@@ -2,9 +2,10 @@
 
 #ifdef KORINIMAGE_POISON
 
+#include <array>
 #include <cstring>
-#include <deque>
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include "platform/memory_pages.h"
@@ -28,23 +29,29 @@ std::int64_t ProtectableBytes(const void* address, std::int64_t bytes) {
   return bytes / page * page;
 }
 
-void Retire(Poisoned poisoned) {
-  static std::mutex mutex;
-  static auto* kept = new std::deque<Poisoned>;
-  const std::lock_guard lock(mutex);
-  kept->push_back(std::move(poisoned));
-  if (kept->size() <= kKept) return;
-  Poisoned& oldest = kept->front();
-  if (oldest.protectedBytes > 0) {
-    platform::ProtectPages(oldest.memory->GetAddress(), oldest.protectedBytes, true);
+// The blocks let go last, kept out of reach. Taking one in needs no memory.
+class Retired {
+ public:
+  void Add(Poisoned poisoned) {
+    const std::lock_guard lock(m_mutex);
+    Poisoned& oldest = m_kept[m_next++ % m_kept.size()];
+    if (oldest.protectedBytes > 0) {
+      platform::ProtectPages(oldest.memory->GetAddress(), oldest.protectedBytes, true);
+    }
+    oldest = std::move(poisoned);
   }
-  kept->pop_front();
-}
+
+ private:
+  std::mutex m_mutex;
+  std::array<Poisoned, kKept> m_kept;
+  std::size_t m_next = 0;
+};
 
 }  // namespace
 
-void MoveAndPoison(std::unique_ptr<CVmMemoryInterface>& memory, std::int64_t bytes) noexcept {
+void MoveAndPoison(std::unique_ptr<CVmMemoryInterface>& memory, std::int64_t bytes) noexcept try {
   if (dynamic_cast<CVmWin32Memory*>(memory.get()) == nullptr) return;
+  static auto* retired = new Retired;
   auto fresh = CVmMemoryInterface::Alloc(bytes);
   if (!fresh || !fresh->IsValid()) return;
   std::memcpy(fresh->GetAddress(), memory->GetAddress(), static_cast<std::size_t>(bytes));
@@ -55,7 +62,8 @@ void MoveAndPoison(std::unique_ptr<CVmMemoryInterface>& memory, std::int64_t byt
   if (poisoned.protectedBytes > 0 && !platform::ProtectPages(old, poisoned.protectedBytes, false)) {
     poisoned.protectedBytes = 0;
   }
-  Retire(std::move(poisoned));
+  retired->Add(std::move(poisoned));
+} catch (const std::bad_alloc&) {  // the block stays where it is
 }
 
 }  // namespace korin::vm

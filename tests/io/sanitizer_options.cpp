@@ -1,8 +1,0 @@
-// What the sanitizers must know of CFITSIO: it asks for as much memory as a damaged
-// header says and copes with a refusal, and on such files it loses small strings of
-// its own. Both names are the sanitizers' hooks; without them nothing calls these.
-extern "C" [[gnu::visibility("default")]] const char* __asan_default_options();
-extern "C" [[gnu::visibility("default")]] const char* __lsan_default_suppressions();
-
-const char* __asan_default_options() { return "allocator_may_return_null=1"; }
-const char* __lsan_default_suppressions() { return "leak:libcfitsio"; }
