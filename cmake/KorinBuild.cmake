@@ -28,11 +28,13 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4)
   endif()
 endif()
 target_compile_options(korin_flags INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor
+  -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wnon-virtual-dtor
   -Woverloaded-virtual -Wno-missing-field-initializers)
-if(CMAKE_UNITY_BUILD)
-  # Names of one source may hide those of another that is compiled with it.
-  target_compile_options(korin_flags INTERFACE -Wno-shadow)
+# Compiled together, the names of one source may hide those of another.
+if(NOT CMAKE_UNITY_BUILD)
+  target_compile_options(korin_flags INTERFACE -Wshadow)
+elseif(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  target_compile_options(korin_flags INTERFACE -Wshadow=local)
 endif()
 if(KORINIMAGE_WERROR)
   target_compile_options(korin_flags INTERFACE -Werror)
