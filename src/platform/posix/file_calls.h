@@ -18,26 +18,31 @@
 // System calls on descriptors with the fault seam, retries and clean-up around them.
 namespace korin::platform::posix {
 
+// The system's number for a failure that a test wants; 0: none.
+inline int ErrorOf(Fault fault) {
+  switch (fault) {
+    case Fault::kNone:
+    case Fault::kShort:
+    case Fault::kInterrupted:
+      break;
+    case Fault::kNoMemory:
+      return ENOMEM;
+    case Fault::kNoSpace:
+      return ENOSPC;
+    case Fault::kIoError:
+      return EIO;
+  }
+  return 0;
+}
+
 // True when a test wants the call to fail; errno is set as the system would.
 inline bool Injected(Call call) {
-  for (;;) {
-    switch (AskFault(call)) {
-      case Fault::kNone:
-      case Fault::kShort:
-        return false;
-      case Fault::kInterrupted:
-        continue;  // every call below is made again after a signal
-      case Fault::kNoMemory:
-        errno = ENOMEM;
-        return true;
-      case Fault::kNoSpace:
-        errno = ENOSPC;
-        return true;
-      case Fault::kIoError:
-        errno = EIO;
-        return true;
-    }
-  }
+  Fault fault = AskFault(call);
+  // Every call below is made again after a signal.
+  while (fault == Fault::kInterrupted) fault = AskFault(call);
+  const int error = ErrorOf(fault);
+  if (error != 0) errno = error;
+  return error != 0;
 }
 
 // Makes a call that answers -1 and errno on failure, again after each signal.
@@ -57,25 +62,14 @@ std::size_t Transfer(Call call, std::size_t size, Step step) {
   constexpr std::size_t kPiece = std::size_t{1} << 30;  // the system cuts near 2 GiB
   std::size_t done = 0;
   while (done < size) {
-    std::size_t piece = std::min(size - done, kPiece);
-    switch (AskFault(call)) {
-      case Fault::kNone:
-        break;
-      case Fault::kShort:
-        piece = (piece + 1) / 2;
-        break;
-      case Fault::kInterrupted:
-        continue;
-      case Fault::kNoMemory:
-        errno = ENOMEM;
-        return done;
-      case Fault::kNoSpace:
-        errno = ENOSPC;
-        return done;
-      case Fault::kIoError:
-        errno = EIO;
-        return done;
+    const Fault fault = AskFault(call);
+    if (fault == Fault::kInterrupted) continue;
+    if (const int error = ErrorOf(fault); error != 0) {
+      errno = error;
+      return done;
     }
+    std::size_t piece = std::min(size - done, kPiece);
+    if (fault == Fault::kShort) piece = (piece + 1) / 2;
     const ssize_t now = step(done, piece);
     if (now < 0 && errno == EINTR) continue;
     if (now == 0) errno = EIO;
