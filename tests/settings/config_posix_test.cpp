@@ -6,36 +6,18 @@
 
 #include <chrono>
 #include <csignal>
-#include <cstdlib>
 #include <thread>
 
 #include "platform/user_folders.h"
 #include "settings/settings_file.h"
+#include "support/scoped_variable.h"
 
 namespace korin {
 namespace {
 
 namespace fs = std::filesystem;
+using test::ScopedVariable;
 using test::SettingsFile;
-
-// Sets an environment variable (null: removes it) until the end of the scope.
-class ScopedVariable {
- public:
-  ScopedVariable(const char* name, const char* value) : m_name(name) {
-    const char* const old = std::getenv(name);
-    if (old != nullptr) m_old = old;
-    m_had = old != nullptr;
-    value == nullptr ? ::unsetenv(name) : ::setenv(name, value, 1);
-  }
-  ~ScopedVariable() { m_had ? ::setenv(m_name, m_old.c_str(), 1) : ::unsetenv(m_name); }
-  ScopedVariable(const ScopedVariable&) = delete;
-  ScopedVariable& operator=(const ScopedVariable&) = delete;
-
- private:
-  const char* m_name;
-  std::string m_old;
-  bool m_had = false;
-};
 
 unsigned Mode(const fs::path& path) {
   struct stat status {};
@@ -57,7 +39,7 @@ TEST_F(SettingsFilePosix, FoldersAndFilesAreTheUsersOwn) {
   EXPECT_EQ(Mode(file), 0644U);
   ::chmod(file.c_str(), 0444);
   Open()->WriteInt("a", "b", 3);
-  EXPECT_EQ(Open()->ReadInt("a", "b", 0), 2) << "marked read-only";
+  EXPECT_EQ(Stored("b"), 2) << "marked read-only";
   EXPECT_EQ(Leftovers(), 0);
 }
 
@@ -67,7 +49,7 @@ TEST_F(SettingsFilePosix, LinksAreFollowedAndStay) {
   fs::create_symlink("sub/test.ini", link);
   Config::OpenFile(link)->WriteInt("a", "b", 2);
   EXPECT_TRUE(fs::is_symlink(link));
-  EXPECT_EQ(Open()->ReadInt("a", "b", 0), 2);
+  EXPECT_EQ(Stored("b"), 2);
 
   const fs::path dangling = folder / "dangling.ini";
   fs::create_symlink("nowhere.ini", dangling);
@@ -93,7 +75,7 @@ TEST_F(SettingsFilePosix, HelperFilesInTheWay) {
   fs::path helper = file;
   fs::create_symlink(victim, helper += ".new");
   Open()->WriteInt("a", "b", 2);
-  EXPECT_EQ(Open()->ReadInt("a", "b", 0), 2);
+  EXPECT_EQ(Stored("b"), 2);
   EXPECT_EQ(fs::file_size(victim), 8U);
 
   fs::path lock = file;
@@ -104,10 +86,10 @@ TEST_F(SettingsFilePosix, HelperFilesInTheWay) {
   config->WriteInt("a", "b", 3);
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(60));
   EXPECT_EQ(config->ReadInt("a", "b", 0), 3);
-  EXPECT_EQ(Open()->ReadInt("a", "b", 0), 2);
+  EXPECT_EQ(Stored("b"), 2);
   ::close(held);
   config->WriteInt("a", "c", 1);
-  EXPECT_EQ(Open()->ReadInt("a", "b", 0), 3);
+  EXPECT_EQ(Stored("b"), 3);
   EXPECT_EQ(Leftovers(), 0) << "a dead holder's lock file goes too";
 }
 
@@ -130,7 +112,7 @@ TEST_F(SettingsFilePosix, KilledWritersLeaveAWholeFile) {
     EXPECT_GE(now, before);
     before = now;
     config->WriteInt("a", "round", round);
-    EXPECT_EQ(Open()->ReadInt("a", "round", -1), round);
+    EXPECT_EQ(Stored("round"), round);
     EXPECT_EQ(Leftovers(), 0);
   }
   EXPECT_GT(before, 0);

@@ -2,71 +2,67 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
+#include <climits>
 #include <clocale>
 #include <limits>
+#include <map>
 #include <thread>
-#include <utility>
 #include <vector>
 
 #include "platform/atomic_file.h"
+#include "platform/text.h"
 #include "settings/settings_file.h"
-#include "support/memory_config.h"
+#include "support/fault_at.h"
 
 namespace korin {
 namespace {
 
 using platform::Call;
 using platform::Fault;
+using test::Contents;
 using test::SettingsFile;
 
 TEST_F(SettingsFile, ValuesComeBackFromTheFile) {
   using Wide = std::wstring;
-  const std::vector<Wide> texts = {
-      L"",
-      L"plain",
-      L"D:\\new\\100%25 sure",
-      L" blanks ",
-      L"\"quoted\"",
-      L"\"",
-      L"line\r\nbreak\ttab\x7F",
-      L"; not a comment",
-      L"[no section]",
-      L"<<<END",
-      L"a = b",
-      L"caf\u00E9 \u6620\u50CF \U0001F52D",
-      Wide(L"with \0 null", 11),
-      Wide(L"/disk/\xDCFF\xDCC3 end%41"),
-      L"%",
-  };
+  const std::vector<Wide> texts = {L"",
+                                   L"plain",
+                                   L"D:\\new\\100%25 sure",
+                                   L" blanks ",
+                                   L"\"quoted\"",
+                                   L"\"",
+                                   L"line\r\nbreak\ttab\x7F",
+                                   L"; not a comment",
+                                   L"[no section]",
+                                   L"<<<END",
+                                   L"a = b",
+                                   L"caf\u00E9 \u6620\u50CF \U0001F52D",
+                                   Wide(L"with \0 null", 11),
+                                   Wide(L"/disk/\xDCFF\xDCC3 end%41"),
+                                   L"%"};
   const std::vector<std::string> names = {
       "", "k", "a=b", "[x]", " key ", "; key", "100%", "n\nl", "\xC3\xA9t\xC3\xA9"};
-  {
-    const auto config = Open();
-    for (std::size_t i = 0; i < texts.size(); ++i) {
-      config->WriteString("Texts", "t" + std::to_string(i), texts[i]);
-    }
-    for (std::size_t i = 0; i < names.size(); ++i) {
-      for (const std::string& key : names) {
-        config->WriteInt(names[i], key, static_cast<int>(key.size() + i * 100));
-      }
-    }
-    config->WriteInt64("Numbers", "min", std::numeric_limits<std::int64_t>::min());
-    config->WriteInt64("Numbers", "max", std::numeric_limits<std::int64_t>::max());
-    EXPECT_EQ(config->ReadInt("Numbers", "max", 0), std::numeric_limits<int>::max());
-  }
-  const auto config = Open();
-  for (std::size_t i = 0; i < texts.size(); ++i) {
-    EXPECT_EQ(config->ReadString("Texts", "t" + std::to_string(i), L"absent"), texts[i]) << i;
-  }
-  for (std::size_t i = 0; i < names.size(); ++i) {
+  std::map<std::pair<std::string, std::string>, std::wstring> values;
+  for (const Wide& text : texts) values[{"Texts", "t" + std::to_string(values.size())}] = text;
+  for (const std::string& section : names) {
     for (const std::string& key : names) {
-      EXPECT_EQ(config->ReadInt(names[i], key, -1), static_cast<int>(key.size() + i * 100))
-          << names[i] << ' ' << key;
+      values[{section, key}] = platform::FromUtf8(section + "/" + key);
     }
   }
-  EXPECT_EQ(config->ReadInt64("Numbers", "min", 0), std::numeric_limits<std::int64_t>::min());
-  EXPECT_EQ(config->ReadInt("Numbers", "min", 0), std::numeric_limits<int>::min());
+  constexpr std::int64_t kMost = std::numeric_limits<std::int64_t>::max();
+  const auto config = Open();
+  for (const auto& [name, value] : values) config->WriteString(name.first, name.second, value);
+  config->WriteInt64("Numbers", "min", -kMost - 1);
+  config->WriteInt64("Numbers", "max", kMost);
+  const auto again = Open();
+  for (const auto& [name, value] : values) {
+    EXPECT_EQ(again->ReadString(name.first, name.second, L"absent"), value)
+        << name.first << ' ' << name.second;
+  }
+  EXPECT_EQ(again->ReadInt64("Numbers", "min", 0), -kMost - 1);
+  EXPECT_EQ(again->ReadInt("Numbers", "min", 0), INT_MIN);
+  EXPECT_EQ(again->ReadInt("Numbers", "max", 0), INT_MAX);
   EXPECT_EQ(Leftovers(), 0);
 
   config->DeleteValue("Texts", "t1");
@@ -85,28 +81,27 @@ TEST_F(SettingsFile, ValuesTypedByHand) {
   const std::string before = std::setlocale(LC_ALL, nullptr);
   std::setlocale(LC_ALL, "de_DE.UTF-8");
   const auto config = Open();
-  const auto number = [&](const char* key) { return config->ReadInt("VMManager", key, -1); };
   EXPECT_EQ(config->ReadInt("", "TOP", -1), 1);
-  EXPECT_EQ(number("BlockSize"), 64);
-  EXPECT_EQ(number("MemoryRatio"), 70);
-  EXPECT_EQ(number("Far"), std::numeric_limits<int>::max());
-  EXPECT_EQ(number("Low"), std::numeric_limits<int>::min());
-  EXPECT_EQ(number("QuotedNumber"), 5);
-  for (const char* key : {"Half", "Hex", "Words", "None", "Absent", "Ratio", "Sign", "minus"}) {
-    EXPECT_EQ(number(key), -1) << key;
+  const std::map<std::string, int> numbers = {
+      {"BlockSize", 64},   {"MemoryRatio", 70}, {"Far", INT_MAX}, {"Low", INT_MIN},
+      {"QuotedNumber", 5}, {"Half", -1},        {"Hex", -1},      {"Words", -1},
+      {"None", -1},        {"Absent", -1},      {"Ratio", -1},    {"Sign", -1},
+      {"minus", -1}};
+  for (const auto& [key, value] : numbers) {
+    EXPECT_EQ(config->ReadInt("VMManager", key, -1), value) << key;
   }
-  const auto real = [&](const char* key) { return config->ReadDouble("VMManager", key, 0.25); };
-  EXPECT_EQ(real("Ratio"), 12.5);
-  EXPECT_EQ(real("Exp"), -1000.0);
-  for (const char* key : {"Comma", "Huge", "Nan", "Inf", "None", "Hex"}) {
-    EXPECT_EQ(real(key), 0.25) << key;
-  }
-  for (const auto& [key, value] : std::vector<std::pair<const char*, bool>>{
-           {"a", true}, {"b", false}, {"c", true}, {"d", false}, {"f", true}}) {
-    EXPECT_EQ(config->ReadBool("VMManager", key, !value), value) << key;
+  const std::map<std::string, double> reals = {{"Ratio", 12.5}, {"Exp", -1000.0}, {"Comma", 0.25},
+                                               {"Huge", 0.25},  {"Nan", 0.25},    {"Inf", 0.25},
+                                               {"None", 0.25},  {"Hex", 0.25}};
+  for (const auto& [key, value] : reals) {
+    EXPECT_EQ(config->ReadDouble("VMManager", key, 0.25), value) << key;
   }
   for (const bool fallback : {true, false}) {
-    EXPECT_EQ(config->ReadBool("VMManager", "e", fallback), fallback);
+    const std::map<std::string, bool> flags = {{"a", true},  {"b", false}, {"c", true},
+                                               {"d", false}, {"f", true},  {"e", fallback}};
+    for (const auto& [key, value] : flags) {
+      EXPECT_EQ(config->ReadBool("VMManager", key, fallback), value) << key;
+    }
   }
   EXPECT_EQ(config->ReadString("VMManager", "VMDrive", L""), L"D:\\swap files\\100%");
   EXPECT_EQ(config->ReadString("VMManager", "Latin", L""), std::wstring(L"caf\xDCE9"));
@@ -118,7 +113,7 @@ TEST_F(SettingsFile, WritingKeepsWhatPeopleWrote) {
       "a stray line\n[Other]\nx = 1\n\n;VMDrive = /scratch\n; the end\n");
   Open()->WriteInt("VMManager", "MemoryRatio", 60);
   Open()->WriteInt("New", "y", 2);
-  const std::string once = Bytes();
+  const std::string once = Contents(file);
   for (const char* part :
        {"; my settings\n", "; about memory\n[VMManager]", "; one half\n", "MemoryRatio = 60\n",
         "; a stray line\n", "x = 1\n", "[New]\ny = 2\n", "\n;VMDrive = /scratch\n; the end\n"}) {
@@ -127,7 +122,7 @@ TEST_F(SettingsFile, WritingKeepsWhatPeopleWrote) {
   EXPECT_LT(once.find("[VMManager]"), once.find("[Other]"));
   for (int i = 3; i < 6; ++i) Open()->WriteInt("New", "y", i);
   Open()->WriteInt("New", "y", 2);
-  EXPECT_EQ(Bytes(), once) << "nothing piles up";
+  EXPECT_EQ(Contents(file), once) << "nothing piles up";
 }
 
 // It must not be taken for the mark of an encoding when it comes to stand first.
@@ -153,7 +148,7 @@ TEST_F(SettingsFile, ReadingAndDeletingMakeNoFile) {
   EXPECT_FALSE(std::filesystem::exists(file.parent_path()));
   EXPECT_EQ(config->File(), file);
   config->WriteInt("a", "b", 8);
-  EXPECT_EQ(Open()->ReadInt("a", "b", 7), 8);
+  EXPECT_EQ(Stored("b"), 8);
 }
 
 TEST_F(SettingsFile, FilesThatAreNoSettingsAreNeverReplaced) {
@@ -166,14 +161,11 @@ TEST_F(SettingsFile, FilesThatAreNoSettingsAreNeverReplaced) {
     EXPECT_EQ(config->ReadInt("a", "b", 7), 7);
     config->WriteInt("a", "b", 8);
     EXPECT_EQ(config->ReadInt("a", "b", 7), 8) << "kept in memory";
-    EXPECT_EQ(Bytes(), bytes);
+    EXPECT_EQ(Contents(file), bytes);
     // Once somebody mends the file, the change goes out with the next one.
     Put("[a]\nc = 3\n");
     config->WriteInt("a", "d", 4);
-    const auto mended = Open();
-    EXPECT_EQ(mended->ReadInt("a", "b", 0) * 100 + mended->ReadInt("a", "c", 0) * 10 +
-                  mended->ReadInt("a", "d", 0),
-              834);
+    EXPECT_EQ(Stored("b") * 100 + Stored("c") * 10 + Stored("d"), 834);
   }
 }
 
@@ -187,7 +179,7 @@ TEST_F(SettingsFile, PlacesThatCannotHoldAFile) {
     EXPECT_EQ(config->ReadInt("a", "b", 7), 8);
     EXPECT_EQ(config->ReadString("a", "c", L"none"), L"none");
   }
-  EXPECT_EQ(Bytes(), "[a]\nb = 1\n");
+  EXPECT_EQ(Contents(file), "[a]\nb = 1\n");
   EXPECT_EQ(Leftovers(), 0);
 }
 
@@ -214,41 +206,35 @@ void Settle(Config& config, const std::string& name) {
   } while (Config::OpenFile(config.File())->ReadInt(name, "settled", 0) != 1);
 }
 
-std::atomic<int> g_calls;
-std::atomic<int> g_failing;
-std::atomic<Fault> g_fault;
-
-Fault FailOne(Call) { return g_calls++ == g_failing ? g_fault.load() : Fault::kNone; }
-
 // Every call to the system fails once: the file is whole, the old one or the new
 // one, the change is never lost, and nothing is left lying about.
 TEST_F(SettingsFile, SystemFailures) {
   for (const Fault fault : {Fault::kIoError, Fault::kNoSpace, Fault::kShort, Fault::kInterrupted}) {
-    g_fault = fault;
     bool reached = true;
-    for (g_failing = 0; reached; ++g_failing) {
+    int call = 1;
+    for (; reached; ++call) {
+      SCOPED_TRACE(testing::Message() << static_cast<int>(fault) << " at call " << call);
       Put("[a]\nb = 1\nc = 1\n");
       const auto config = Open();
-      g_calls = 0;
-      platform::g_faultHook = FailOne;
-      config->WriteInt("a", "b", 2);
-      platform::g_faultHook = nullptr;
-      reached = g_calls > g_failing;
-
+      {
+        const test::FaultAt failure(call, fault);
+        config->WriteInt("a", "b", 2);
+        reached = test::FaultAt::Happened();
+      }
       EXPECT_EQ(config->ReadInt("a", "b", 0), 2);
-      const int inFile = Open()->ReadInt("a", "b", 0);
-      EXPECT_EQ(Open()->ReadInt("a", "c", 0), 1);
+      const int inFile = Stored("b");
+      EXPECT_EQ(Stored("c"), 1);
       if (fault == Fault::kShort || fault == Fault::kInterrupted || !reached) {
-        EXPECT_EQ(inFile, 2) << static_cast<int>(fault) << " at call " << g_failing;
+        EXPECT_EQ(inFile, 2);
       } else {
         EXPECT_TRUE(inFile == 1 || inFile == 2);
       }
       config->WriteInt("a", "c", 3);
-      EXPECT_EQ(Open()->ReadInt("a", "b", 0), 2);
-      EXPECT_EQ(Open()->ReadInt("a", "c", 0), 3);
-      EXPECT_EQ(Leftovers(), 0) << static_cast<int>(fault) << " at call " << g_failing;
+      EXPECT_EQ(Stored("b"), 2);
+      EXPECT_EQ(Stored("c"), 3);
+      EXPECT_EQ(Leftovers(), 0);
     }
-    EXPECT_GE(g_failing, 10) << "the write is made of more calls than that";
+    EXPECT_GE(call, 11) << "the write is made of more calls than that";
   }
 }
 
@@ -296,14 +282,6 @@ TEST_F(SettingsFile, ManyThreadsWriteAndRead) {
     EXPECT_EQ(Open()->ReadInt("t" + std::to_string(t), "i", -1), rounds) << t;
   }
   EXPECT_EQ(Leftovers(), 0);
-}
-
-TEST(DefaultConfig, CanBeReplaced) {
-  const test::ScopedMemoryConfig settings;
-  settings->WriteInt("IO", "FitsSecFrac", 3);
-  EXPECT_EQ(CRegistry::Read("IO", "FitsSecFrac"), 3);
-  EXPECT_EQ(CRegistry::Read("IO", "Absent", 9), 9);
-  EXPECT_TRUE(Config::DefaultConfig()->File().empty());
 }
 
 }  // namespace
