@@ -301,39 +301,4 @@ TEST_F(SetMidDateTime, ReadsBackWhatItWrote) {
   }
 }
 
-// Cards put together at random from the pieces the readers look for: nothing may
-// crash, and what is found must be a date that has a Julian Date.
-TEST(Observation, RandomCards) {
-  const wchar_t* const kPieces[] = {L"DATE-OBS= '", L"UT-STR  = '", L"UT-END  = '", L"UT      = '",
-                                    L"TIME-OBS= '", L"EXPTIME = ",  L"DET-TMP = ",  L"CCD-TEMP= ",
-                                    L"INSTRUME= '", L"DETECTOR=",   L"2023",        L"-",
-                                    L"05",          L":",           L"T",           L"'",
-                                    L"/",           L" ",           L"1e9",         L"999999999999",
-                                    L".",           L"D5",          L"\u00E9",      L"9"};
-  std::mt19937 random(6);
-  for (int i = 0; i < 5000; ++i) {
-    CHeader header;
-    for (std::size_t card = random() % 5; card > 0; --card) {
-      std::wstring text = kPieces[random() % 10];
-      for (std::size_t n = random() % 9; n > 0; --n) text += kPieces[10 + random() % 14];
-      if (random() % 4 == 0) text.resize(random() % (text.size() + 1));
-      header.Add(text.c_str());
-    }
-    tagADATE date;
-    double number = 0.0;
-    std::wstring name;
-    if (header.GetDateTime(date) != 0) {
-      ASSERT_TRUE(korin::calendar::GetJd(date));
-    }
-    if (header.GetMidDateTime(date) != 0) {
-      ASSERT_TRUE(date.second >= 0.0 && date.second < 60.0);
-    }
-    header.GetMidDateTimeByLst(date);
-    header.GetCoolingTemperature(number);
-    if (header.GetDetector(name) != 0) {
-      ASSERT_LE(name.size(), 20U);
-    }
-  }
-}
-
 }  // namespace

@@ -68,17 +68,6 @@ TEST(Text, CutToColumns) {
             std::wstring(78, L'x') + L"\u00E9");
   EXPECT_EQ(CutToColumns(std::wstring(50, L'\u00E9'), 80), std::wstring(40, L'\u00E9'));
   EXPECT_EQ(CutToColumns(Units({'a', 0xD800, 'b'}), 80), L"a?b");
-  std::mt19937 random(1);
-  for (int i = 0; i < 2000; ++i) {
-    std::wstring text;
-    for (int k = 0; k < 40; ++k) {
-      static constexpr unsigned kLimits[] = {0x80, 0x800, 0x10000, 0x11FFFF};
-      text += static_cast<wchar_t>(random() % kLimits[random() % 4]);
-    }
-    const std::wstring once = CutToColumns(text, 80);
-    ASSERT_EQ(CutToColumns(once, 80), once);
-    ASSERT_LE(ToUtf8(once).size(), 80U);
-  }
 }
 
 TEST(Text, PathsComeBackWhole) {

@@ -14,17 +14,12 @@
 #include "progress/test_window.h"
 #include "support/system.h"
 
-namespace korin {
+namespace korin::test {
 namespace {
-
-using test::Log;
-using test::Received;
-using test::TakeAll;
-using test::TestWindow;
 
 constexpr unsigned kFirst = 0x400;
 
-using MessageWindow = test::WindowTest;
+using MessageWindow = WindowTest;
 
 // A thread that owns one window and looks at its messages until `stop` is sent.
 class Owner {
@@ -84,7 +79,7 @@ TEST_F(MessageWindow, QueueKeepsOrderAndFiltersByRange) {
     ASSERT_TRUE(PostWindowMessage(window.handle, kFirst + number, number, 0));
   }
   EXPECT_TRUE(window.log.empty());
-  EXPECT_EQ(QueuedMessageCount(), test::kWindows ? 10'000 : 4);
+  EXPECT_EQ(QueuedMessageCount(), kWindows ? 10'000 : 4);
   WindowMessage message;
   EXPECT_FALSE(PeekWindowMessage(&message, kFirst + 4, kFirst + 9, true));
   ASSERT_TRUE(PeekWindowMessage(&message, kFirst + 1, kFirst + 2, false));
@@ -96,7 +91,7 @@ TEST_F(MessageWindow, QueueKeepsOrderAndFiltersByRange) {
 }
 
 TEST_F(MessageWindow, QueueIsLimited) {
-  if (test::kWindows) GTEST_SKIP() << "the limit is the system's, and Wine has none";
+  if (kWindows) GTEST_SKIP() << "the limit is the system's, and Wine has none";
   TestWindow window;
   for (int i = 0; i < 10'000; ++i) ASSERT_TRUE(PostWindowMessage(window.handle, kFirst, 0, 0));
   EXPECT_FALSE(PostWindowMessage(window.handle, kFirst, 0, 0));
@@ -129,7 +124,7 @@ TEST_F(MessageWindow, PaintWaitsOncePerWindow) {
     EXPECT_TRUE(InvalidateMessageWindow(a.handle));
     EXPECT_TRUE(PostWindowMessage(b.handle, kMessagePaint, 0, 0));
   }
-  EXPECT_EQ(QueuedMessageCount(), test::kWindows ? 10'000 : 0);
+  EXPECT_EQ(QueuedMessageCount(), kWindows ? 10'000 : 0);
   EXPECT_EQ(TakeAll().size(), 2U);
   EXPECT_TRUE(TakeAll().empty());
 }
@@ -268,4 +263,4 @@ TEST_F(MessageWindow, Waiting) {
 }
 
 }  // namespace
-}  // namespace korin
+}  // namespace korin::test
