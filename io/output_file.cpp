@@ -41,11 +41,12 @@ OutputFile::OutputFile(const fs::path& file)
   }
   if (m_target.filename().empty()) throw FileError(m_name, "is not the name of a file");
 
+  const fs::path folder = m_target.parent_path();
+  platform::NewFile::SweepLeftovers(folder.empty() ? "." : folder);
   std::random_device random;
   bool made = false;
   for (int i = 0; i < kNameTries && !made; ++i) {
-    // A short name of its own: the target's may already be as long as names get.
-    made = m_file.Create(m_target.parent_path() / (".korin-" + std::to_string(random()) + ".tmp"));
+    made = m_file.Create(folder / platform::NewFile::TemporaryName(random()));
     if (!made && m_file.Error() != std::errc::file_exists) break;
   }
   if (!made) {

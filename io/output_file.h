@@ -10,7 +10,8 @@ namespace korin {
 
 // A file that appears whole or not at all: bytes go to a temporary file in the same
 // folder that only its user can read; it takes the name at Commit, once the medium
-// holds it, and is removed if Commit is not reached.
+// holds it, and is removed if Commit is not reached. What a killed process left goes
+// when the next output file is begun in the same folder.
 // A symbolic link is followed, so that it keeps pointing at the new file. Only a
 // regular file is ever replaced, never a device or pipe.
 class OutputFile {

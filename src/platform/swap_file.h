@@ -12,7 +12,7 @@ namespace korin::platform {
 // while it is open and gone when it is closed. In a forked child every transfer
 // fails and closing removes nothing.
 //
-// Not thread safe.
+// Not thread safe, but for ReadBeside.
 class SwapFile {
  public:
   SwapFile() = default;
@@ -30,6 +30,10 @@ class SwapFile {
   // means failure (see Error).
   std::size_t ReadAt(std::int64_t offset, void* buffer, std::size_t size);
   std::size_t WriteAt(std::int64_t offset, const void* buffer, std::size_t size);
+  // ReadAt for any thread, beside any other call; says nothing to Error. Where the system
+  // has no such call (ReadsBeside) nothing moves.
+  std::size_t ReadBeside(std::int64_t offset, void* buffer, std::size_t size) const;
+  static bool ReadsBeside();
 
   // Makes the file end at `size`. Growing reserves the space where the file
   // system can, so that later writes do not find the disk full; on failure the
@@ -45,7 +49,7 @@ class SwapFile {
   std::string Error() const;
 
  private:
-  bool Usable();
+  bool Usable(std::int64_t offset = 0, std::int64_t size = 0);
 
   std::intptr_t m_handle = -1;
   std::filesystem::path m_path;

@@ -103,14 +103,7 @@ bool ExchangeFile::Read(void* buffer, std::size_t size) {
          }) == size;
 }
 
-bool ExchangeFile::Finish() {
-  if (!IsOpen()) return false;
-  // Closing a duplicate reports what closing the file would, and keeps the lock.
-  const int copy = fcntl(static_cast<int>(m_handle), F_DUPFD_CLOEXEC, 0);
-  if (copy < 0) return false;
-  const bool injected = posix::Injected(Call::kCloseFile);
-  return close(copy) == 0 && !injected;
-}
+bool ExchangeFile::Finish() { return IsOpen() && posix::CloseCopy(static_cast<int>(m_handle)); }
 
 void ExchangeFile::Remove() noexcept {
   const int file = static_cast<int>(m_handle);

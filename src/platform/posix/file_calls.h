@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "platform/fault.h"
+#include "platform/process.h"
 
 // System calls on descriptors with the fault seam, retries and clean-up around them.
 namespace korin::platform::posix {
@@ -53,6 +54,14 @@ auto Retry(Call call, Make make) -> decltype(make()) {
     const auto result = make();
     if (result != -1 || errno != EINTR) return result;
   }
+}
+
+// Whether a file may have `size` bytes behind `offset`; errno says why not. Writing past
+// the process's own limit would end it.
+inline bool MayReach(std::int64_t offset, std::int64_t size) {
+  if (size <= FileSizeLimit() - offset) return true;
+  errno = EFBIG;
+  return false;
 }
 
 // Moves `size` bytes or as many as go and returns how many; `step(done, piece)` is a
@@ -106,6 +115,13 @@ class Descriptor {
   int m_file = -1;
 };
 
+// Whether the system is content with all that was written, as closing would tell. The
+// file stays open, and locked.
+inline bool CloseCopy(int file) {
+  Descriptor copy(Retry(Call::kOpenFile, [&] { return fcntl(file, F_DUPFD_CLOEXEC, 0); }));
+  return copy && copy.Close();
+}
+
 inline bool Sync(int file) {
   return Retry(Call::kSyncFile, [&] { return fdatasync(file); }) == 0;
 }
@@ -135,9 +151,21 @@ inline bool IsNamed(int file, const char* name, int folder = AT_FDCWD) {
 // Reserves disk space; 0 or the system's number of the failure. `mode` as fallocate
 // takes it.
 inline int Allocate(int file, int mode, std::int64_t offset, std::int64_t size) {
-  while (fallocate(file, mode, static_cast<off_t>(offset), static_cast<off_t>(size)) != 0) {
-    if (errno != EINTR) return errno;
-  }
+  // A memory file system gives back what an interrupted call had: where signals come
+  // often, only a small piece is ever done.
+  constexpr std::int64_t kLeast = 1 << 18;
+  std::int64_t piece = size;
+  do {
+    if (fallocate(file, mode, static_cast<off_t>(offset), static_cast<off_t>(piece)) == 0) {
+      offset += piece;
+      size -= piece;
+    } else if (errno == EINTR) {
+      piece = std::max(piece / 2, kLeast);
+    } else {
+      return errno;
+    }
+    piece = std::min(piece, size);
+  } while (size > 0);
   return 0;
 }
 

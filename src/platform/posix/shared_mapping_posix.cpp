@@ -133,7 +133,7 @@ bool SharedMapping::ReadAt(std::int64_t offset, void* buffer, std::size_t size) 
 }
 
 bool SharedMapping::WriteAt(std::int64_t offset, const void* buffer, std::size_t size) const {
-  return Contains(offset, size) &&
+  return Contains(offset, size) && posix::MayReach(offset, static_cast<std::int64_t>(size)) &&
          posix::Transfer(Call::kWriteFile, size, [&](std::size_t done, std::size_t piece) {
            return pwrite(static_cast<int>(m_handle), static_cast<const char*>(buffer) + done, piece,
                          static_cast<off_t>(offset) + static_cast<off_t>(done));

@@ -58,12 +58,15 @@ void SwapFile::Close() noexcept {
   }
 }
 
-bool SwapFile::Usable() {
+bool SwapFile::Usable(std::int64_t offset, std::int64_t size) {
   if (m_handle == -1 || m_owner != ProcessId()) {
     m_error = EBADF;
-    return false;
+  } else if (!posix::MayReach(offset, size)) {  // the limit was lowered meanwhile
+    m_error = errno;
+  } else {
+    return true;
   }
-  return true;
+  return false;
 }
 
 std::size_t SwapFile::ReadAt(std::int64_t offset, void* buffer, std::size_t size) {
@@ -77,8 +80,18 @@ std::size_t SwapFile::ReadAt(std::int64_t offset, void* buffer, std::size_t size
   return moved;
 }
 
+bool SwapFile::ReadsBeside() { return true; }
+
+std::size_t SwapFile::ReadBeside(std::int64_t offset, void* buffer, std::size_t size) const {
+  if (m_handle == -1 || m_owner != ProcessId()) return 0;
+  return posix::Transfer(Call::kReadFile, size, [&](std::size_t done, std::size_t n) {
+    return pread(static_cast<int>(m_handle), static_cast<char*>(buffer) + done, n,
+                 static_cast<off_t>(offset) + static_cast<off_t>(done));
+  });
+}
+
 std::size_t SwapFile::WriteAt(std::int64_t offset, const void* buffer, std::size_t size) {
-  if (!Usable()) return 0;
+  if (!Usable(offset, static_cast<std::int64_t>(size))) return 0;
   const std::size_t moved =
       posix::Transfer(Call::kWriteFile, size, [&](std::size_t done, std::size_t n) {
         return pwrite(static_cast<int>(m_handle), static_cast<const char*>(buffer) + done, n,
@@ -97,6 +110,7 @@ bool SwapFile::SetSize(std::int64_t size) {
     return false;
   }
   if (size > info.st_size) {
+    if (!Usable(0, size)) return false;
     const int error = posix::Allocate(file, 0, info.st_size, size - info.st_size);
     if (error == 0) return true;
     if (!posix::IsNotSupported(error)) {
@@ -120,7 +134,7 @@ bool SwapFile::Discard(std::int64_t offset, std::int64_t size) {
 }
 
 bool SwapFile::Reserve(std::int64_t offset, std::int64_t size) {
-  if (!Usable()) return false;
+  if (!Usable(offset, size)) return false;
   if (posix::Injected(Call::kExtendFile)) {
     m_error = errno;
     return false;

@@ -1,13 +1,10 @@
 #include "platform/swap_sweep.h"
 
-#include <dirent.h>
-
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "platform/exchange_names.h"
-#include "platform/posix/file_calls.h"
+#include "platform/posix/leftovers.h"
 #include "platform/shared_mapping.h"
 
 namespace korin::platform {
@@ -17,46 +14,9 @@ namespace {
 constexpr int kMaxDepth = 32;
 
 using posix::Descriptor;
-
-bool IsFault(Call call) { return AskFault(call) != Fault::kNone; }
-
-std::vector<std::string> List(int folder) {
-  std::vector<std::string> names;
-  const int copy = openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (copy < 0) return names;
-  DIR* entries = fdopendir(copy);
-  if (entries == nullptr) {
-    close(copy);
-    return names;
-  }
-  try {
-    while (const dirent* entry = readdir(entries)) {
-      const std::string_view name = entry->d_name;
-      if (name != "." && name != "..") names.emplace_back(name);
-    }
-  } catch (...) {
-    closedir(entries);
-    throw;
-  }
-  closedir(entries);
-  return names;
-}
-
-// Opens and locks a regular file of ours that nobody holds; an empty descriptor
-// when it is any other thing.
-Descriptor TakeAbandoned(int folder, const char* name, const struct stat& seen) {
-  if (IsFault(Call::kOpenFile)) return Descriptor(-1);
-  Descriptor file(openat(folder, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  struct stat opened {};
-  const bool taken = file && fstat(file.Get(), &opened) == 0 && posix::IsSameFile(opened, seen) &&
-                     posix::TryLock(file.Get(), LOCK_EX) == posix::LockResult::kTaken &&
-                     posix::IsNamed(file.Get(), name, folder);
-  return taken ? std::move(file) : Descriptor(-1);
-}
-
-void Remove(int folder, const char* name, int flags) {
-  if (!IsFault(Call::kRemoveFile)) unlinkat(folder, name, flags);
-}
+using posix::List;
+using posix::Remove;
+using posix::TakeAbandoned;
 
 // Empties a folder through its descriptor, so that no name is resolved twice.
 void RemoveContents(int folder, dev_t device, int depth) {

@@ -51,7 +51,7 @@ void SwapFile::Close() noexcept {
   m_handle = -1;
 }
 
-bool SwapFile::Usable() {
+bool SwapFile::Usable(std::int64_t, std::int64_t) {
   if (m_handle != -1 && m_owner == ProcessId()) return true;
   m_error = ERROR_INVALID_HANDLE;
   return false;
@@ -64,6 +64,10 @@ std::size_t SwapFile::ReadAt(std::int64_t offset, void* buffer, std::size_t size
   if (moved != size) m_error = LastError();
   return moved;
 }
+
+// Every transfer moves the one position of the file.
+bool SwapFile::ReadsBeside() { return false; }
+std::size_t SwapFile::ReadBeside(std::int64_t, void*, std::size_t) const { return 0; }
 
 std::size_t SwapFile::WriteAt(std::int64_t offset, const void* buffer, std::size_t size) {
   if (!Usable()) return 0;

@@ -2,13 +2,11 @@
 
 #include <algorithm>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "platform/exchange_names.h"
 #include "platform/shared_mapping.h"
-#include "platform/text.h"
-#include "platform/win32/file_calls.h"
+#include "platform/win32/leftovers.h"
 
 namespace korin::platform {
 
@@ -18,42 +16,10 @@ namespace {
 
 constexpr int kMaxDepth = 32;
 
-struct Entry {
-  fs::path path;
-  std::string name;
-  bool isFolder;
-  bool isLink;
-};
-
-std::vector<Entry> List(const fs::path& folder) {
-  std::vector<Entry> entries;
-  WIN32_FIND_DATAW data;
-  const HANDLE search = FindFirstFileW((folder / L"*").c_str(), &data);
-  if (search == INVALID_HANDLE_VALUE) return entries;
-  try {
-    do {
-      const std::wstring name = data.cFileName;
-      if (name == L"." || name == L"..") continue;
-      entries.push_back({folder / name, ToUtf8(name),
-                         (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) != 0,
-                         (data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT) != 0});
-    } while (FindNextFileW(search, &data) != 0);
-  } catch (...) {
-    FindClose(search);
-    throw;
-  }
-  FindClose(search);
-  return entries;
-}
-
-// Opened alone: fails while anybody has the file, however generously it is shared.
-win32::FileHandle TakeAbandoned(const fs::path& file, DWORD flags) {
-  return win32::Open(file, DELETE, 0, OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT | flags);
-}
-
-void RemoveFile(const fs::path& file) {
-  if (AskFault(Call::kRemoveFile) == Fault::kNone) TakeAbandoned(file, FILE_FLAG_DELETE_ON_CLOSE);
-}
+using win32::Entry;
+using win32::List;
+using win32::RemoveFile;
+using win32::TakeAbandoned;
 
 // Also what stands for a link to a folder: the link goes, its target stays.
 void RemoveFolder(const fs::path& folder) {
