@@ -67,6 +67,7 @@ constexpr int kEnding = -1;
 std::atomic<int> g_loopsInPool{0};
 std::atomic<unsigned> g_loopsBegun{0};
 std::atomic<bool> g_keeperAsked{false};
+std::atomic<int> g_forks{0};  // about to happen: loops keep to their own thread
 
 bool TryEndPool() {
   int none = 0;
@@ -86,8 +87,19 @@ void KeepPool() {
   g_loopsInPool = 0;
 }
 
+// A child that took over a pool whose threads are not there could not even end it.
+void BeforeFork() {
+  ++g_forks;
+  while (!TryEndPool()) std::this_thread::yield();
+}
+void AfterFork() {
+  g_loopsInPool = 0;
+  --g_forks;
+}
+
 // False while the pool is being ended.
 bool EnterPool() {
+  if (g_forks > 0) return false;
   int loops = g_loopsInPool;
   do {
     if (loops == kEnding) return false;
@@ -160,6 +172,7 @@ void PrepareParallelLoops() {
   if (g_threads == 0) g_threads = DefaultThreadCount();
   halide_set_num_threads(g_threads);
   halide_set_custom_do_par_for(RunLoop);
+  platform::AroundForks(BeforeFork, AfterFork);
 }
 
 void SetThreadCount(int threads) {

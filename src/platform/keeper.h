@@ -13,4 +13,9 @@ namespace korin::platform {
 // needs none, since threads may be waited for while a library is unloaded.
 bool StartKeeper(void (*body)()) noexcept;
 
+// A forked child has no other thread than the one that forked: `before` is called when
+// the process is about to fork, then `after` in both processes. Never called where
+// processes do not fork.
+void AroundForks(void (*before)(), void (*after)()) noexcept;
+
 }  // namespace korin::platform

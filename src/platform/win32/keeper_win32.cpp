@@ -35,4 +35,6 @@ bool StartKeeper(void (*body)()) noexcept {
   return true;
 }
 
+void AroundForks(void (*)(), void (*)()) noexcept {}
+
 }  // namespace korin::platform
