@@ -277,7 +277,9 @@ class KORINIMAGE_API CImage : public CObject {
   bool ChangePlanes(int planes, const ProgressPtr& progress);
   bool ChangePlanes(int planes, HWND window, const wchar_t* caption);
   // Sets every pixel of a plane (negative: of all) to a stored value. Integers take
-  // the low bits of the value truncated. False for an unknown type.
+  // the low bits of the value truncated. False for an unknown type or when a kernel
+  // fails. Then, and when a block finds no room and it throws, rows not set hold their
+  // former pixels or zeros; rows before them are set.
   bool Fill(int plane, double value);
   // A double image holding physical values; it keeps BSCALE and BZERO. Null when
   // no store can be made.

@@ -1,4 +1,5 @@
 // Geometry changes, filling, and the image of physical values.
+#include <algorithm>
 #include <atomic>
 #include <cmath>
 
@@ -40,12 +41,16 @@ bool FillPlane(const PixelView& view, std::int64_t plane, T value) {
         view.width == stride ? korin::BlockIntent::Overwrite : korin::BlockIntent::Write;
     const korin::RowBatch batch(*view.store, plane, y, view.height - y, intent, false);
     const std::int64_t bytesPerLine = view.store->GetBytesPerLine();
-    korin::ParallelStretches(
-        batch, bytesPerLine, [&](BYTE* rows, std::int64_t, std::int64_t lines) {
-          if (!korin::kernels::Fill(reinterpret_cast<T*>(rows), view.width, lines, stride, value)) {
-            filled = false;
-          }
-        });
+    korin::ParallelStretches(batch, bytesPerLine,
+                             [&](BYTE* rows, std::int64_t, std::int64_t lines) {
+                               T* const pixels = reinterpret_cast<T*>(rows);
+                               if (korin::kernels::Fill(pixels, view.width, lines, stride, value))
+                                 return;
+                               for (std::int64_t line = 0; line < lines; ++line) {
+                                 std::fill_n(pixels + line * stride, view.width, T{});
+                               }
+                               filled = false;
+                             });
     y += batch.RowCount();
   }
   return filled;

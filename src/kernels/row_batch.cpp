@@ -1,14 +1,21 @@
 #include "kernels/row_batch.h"
 
+#include <cstring>
 #include <string>
 
 #include "korinimage/exceptions.h"
 
 namespace korin {
 
+RowBatch::RowBatch(const CVmImage& store, std::int64_t y, BlockIntent intent)
+    : m_firstRow(y),
+      m_bytesPerLine(store.GetBytesPerLine()),
+      m_overwrites(intent == BlockIntent::Overwrite) {}
+
+// The object is complete when the body begins: what it throws runs the destructor.
 RowBatch::RowBatch(CVmImage& store, std::int64_t plane, std::int64_t y, std::int64_t rows,
                    BlockIntent intent, bool literalFlag, int shares)
-    : m_firstRow(y), m_bytesPerLine(store.GetBytesPerLine()) {
+    : RowBatch(store, y, intent) {
   if (plane < 0 || plane >= store.GetPlanes() || y < 0 || rows < 1 ||
       rows > store.GetHeight() - y || store.GetBlockCount() < 1) {
     throw CVmMemoryAllocationError("rows " + std::to_string(y) + " to " +
@@ -24,6 +31,10 @@ RowBatch::RowBatch(CVmImage& store, std::int64_t plane, std::int64_t y, std::int
   const std::int64_t perBlock = std::max<std::int64_t>(blockBytes / unit, 1);
   const std::int64_t blocks =
       std::max<std::int64_t>(manager->GetComfortableBlocks() / (perBlock * shares), 1);
+  // Nothing may fail between a block and its row in the list.
+  const auto most = static_cast<std::size_t>(std::min({blocks, rows, store.GetBlockCount()}));
+  m_segments.reserve(most);
+  m_guards.reserve(most);
   while (m_rowCount < rows && static_cast<std::int64_t>(m_segments.size()) < blocks) {
     CVmImage::LineRun run = store.GetLineRun(plane, y + m_rowCount);
     run.lines = std::min(run.lines, rows - m_rowCount);
@@ -38,6 +49,14 @@ RowBatch::RowBatch(CVmImage& store, std::int64_t plane, std::int64_t y, std::int
         {guard.Address() + run.firstLine * m_bytesPerLine, run.y, run.lines, wholeBlock});
     m_guards.push_back(std::move(guard));
     m_rowCount += run.lines;
+  }
+}
+
+RowBatch::~RowBatch() {
+  if (!m_overwrites || std::uncaught_exceptions() <= m_exceptions) return;
+  for (const Segment& segment : m_segments) {
+    if (!segment.wholeBlock) continue;
+    std::memset(segment.address, 0, static_cast<std::size_t>(segment.lines * m_bytesPerLine));
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <exception>
 #include <vector>
 
 #include "kernels/parallel.h"
@@ -25,13 +26,17 @@ class RowBatch {
 
   // Pins the blocks of rows y, y + 1, ... of `plane`, at most `rows` of them and at
   // least one. With intent Overwrite the caller promises to set every byte of every
-  // row taken, so that blocks holding nothing else need not be read. `literalFlag` is
-  // what the manager's GetBlockAddress is told. `shares`: how many batches the
-  // caller holds at once; each takes its part of the budget.
+  // row taken, so that blocks holding nothing else need not be read; these hold zeros
+  // when the batch goes because of an exception. `literalFlag` is what the manager's
+  // GetBlockAddress is told. `shares`: how many batches the caller holds at once; each
+  // takes its part of the budget.
   // Throws korin::CVmMemoryAllocationError when the first block cannot be brought
   // in or the rows are outside the store, korin::CVmManagerHandleDeletedError.
   RowBatch(CVmImage& store, std::int64_t plane, std::int64_t y, std::int64_t rows,
            BlockIntent intent, bool literalFlag, int shares = 1);
+  RowBatch(const RowBatch&) = delete;
+  RowBatch& operator=(const RowBatch&) = delete;
+  ~RowBatch();
 
   std::int64_t FirstRow() const { return m_firstRow; }
   std::int64_t RowCount() const { return m_rowCount; }
@@ -40,9 +45,13 @@ class RowBatch {
   const std::vector<Segment>& Segments() const { return m_segments; }
 
  private:
-  std::int64_t m_firstRow = 0;
+  RowBatch(const CVmImage& store, std::int64_t y, BlockIntent intent);
+
+  std::int64_t m_firstRow;
   std::int64_t m_rowCount = 0;
-  std::int64_t m_bytesPerLine = 0;
+  std::int64_t m_bytesPerLine;
+  bool m_overwrites;
+  int m_exceptions = std::uncaught_exceptions();
   std::vector<Segment> m_segments;
   std::vector<BlockGuard> m_guards;  // one per segment
 };
