@@ -94,7 +94,8 @@ void FitsInput::Check(int status, const std::string& doing) const {
   for (char& c : text) {
     if (c < 0x20 || c == 0x7F) c = '?';
   }
-  throw FileError(m_name, doing + ": " + text, kRemedyDamaged);
+  const bool systemRefused = status == MEMORY_ALLOCATION || status == FILE_NOT_OPENED;
+  throw FileError(m_name, doing + ": " + text, systemRefused ? "" : kRemedyDamaged);
 }
 
 void FitsInput::Open(const fs::path& file) {
@@ -294,7 +295,8 @@ void FitsInput::ReadCards() {
 
 void FitsInput::CheckTiles() {
   if (m_description.tileCompressed) {
-    CheckTileStreams(m_file.get(), m_name, m_fileSize, m_description, m_axes);
+    m_spare.reserve(static_cast<std::size_t>(
+        CheckTileStreams(m_file.get(), m_name, m_fileSize, m_description, m_axes)));
   }
 }
 
@@ -368,6 +370,7 @@ void FitsInput::ReadTiles(std::int64_t first, std::int64_t count, void* into) {
   if (m_quantized && type == TFLOAT) missing = &missingFloat;
   if (m_quantized && type == TDOUBLE) missing = &missingDouble;
   int status = 0;
+  std::vector<char>().swap(m_spare);                 // CFITSIO's turn
   fits_set_bscale(m_file.get(), 1.0, 0.0, &status);  // stored values, not physical ones
   fits_read_img(m_file.get(), type, first + 1, count, missing, into, nullptr, &status);
   Check(status,

@@ -55,7 +55,8 @@ class FitsInput {
   std::ifstream m_plain;  // the same file, for plain pixels
   std::vector<LONGLONG> m_axes;
   FitsDescription m_description;
-  bool m_quantized = false;  // floating-point tiles stored as scaled integers
+  std::vector<char> m_spare;  // memory that CFITSIO takes for granted when it decodes
+  bool m_quantized = false;   // floating-point tiles stored as scaled integers
 };
 
 }  // namespace korin

@@ -22,6 +22,9 @@ constexpr std::int64_t kHcompressLimit = std::int64_t{16} << 20;
 constexpr std::int64_t kExpansionLimit = 20000;
 constexpr std::int64_t kExpansionFloor = std::int64_t{64} << 20;
 
+// Of the memory that the decoder's tables take.
+constexpr std::int64_t kMostSpare = std::int64_t{64} << 20;
+
 constexpr const char* kDamaged = "the file is truncated or damaged";
 
 enum class Method { kRice, kGzip, kPlio, kHcompress };
@@ -64,6 +67,10 @@ class TableReader {
     int status = 0;
     std::array<char, FLEN_VALUE> value{};
     fits_read_key(m_file, TSTRING, keyword.c_str(), value.data(), nullptr, &status);
+    // What cannot be read now may be there when the tiles are decoded.
+    if (status == READ_ERROR || status == SEEK_ERROR || status == MEMORY_ALLOCATION) {
+      Fail("cannot read " + keyword);
+    }
     fits_clear_errmsg();
     return status == 0 ? std::string(value.data()) : std::string();
   }
@@ -305,8 +312,9 @@ bool CheckTileTable(fitsfile* file, const std::filesystem::path& name, std::int6
   return table.scaled && !table.unquantized;
 }
 
-void CheckTileStreams(fitsfile* file, const std::filesystem::path& name, std::int64_t fileSize,
-                      const FitsDescription& image, const std::vector<LONGLONG>& axes) {
+std::int64_t CheckTileStreams(fitsfile* file, const std::filesystem::path& name,
+                              std::int64_t fileSize, const FitsDescription& image,
+                              const std::vector<LONGLONG>& axes) {
   const TableReader reader(file, name);
   const TileTable table = ReadTable(reader, image, axes);
   const int column = reader.Column("COMPRESSED_DATA");
@@ -326,6 +334,8 @@ void CheckTileStreams(fitsfile* file, const std::filesystem::path& name, std::in
     const Bytes stream = streams.Read(row, count * (wanted == TSHORT ? 2 : 1));
     if (!StreamHolds(table, image, stream, shape)) streams.Damaged(row);
   }
+  // Six tables with an entry for each tile across.
+  return 65536 + std::min(48 * CeilDiv(table.axes[0], table.tile[0]), kMostSpare);
 }
 
 }  // namespace korin

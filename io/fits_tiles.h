@@ -19,8 +19,10 @@ namespace korin {
 bool CheckTileTable(fitsfile* file, const std::filesystem::path& name, std::int64_t fileSize,
                     const FitsDescription& image, const std::vector<LONGLONG>& axes);
 
-// Checks the compressed stream of every tile. Throws FileError.
-void CheckTileStreams(fitsfile* file, const std::filesystem::path& name, std::int64_t fileSize,
-                      const FitsDescription& image, const std::vector<LONGLONG>& axes);
+// Checks the compressed stream of every tile. Throws FileError. Returns how many bytes
+// of memory the decoder will take for granted.
+std::int64_t CheckTileStreams(fitsfile* file, const std::filesystem::path& name,
+                              std::int64_t fileSize, const FitsDescription& image,
+                              const std::vector<LONGLONG>& axes);
 
 }  // namespace korin

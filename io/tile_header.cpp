@@ -63,6 +63,7 @@ void CheckTileHeader(const std::filesystem::path& file, std::int64_t start) {
     const auto number = WholeNumber(text);
     if (!number || *number < 1 || *number > (axes ? kMostAxes : kLongest)) Refuse(file, keyword);
   }
+  if (!in.is_open() || in.bad()) throw FileError(file, "cannot be read");
   if (!isRice) return;
   for (const auto& [index, value] : values) {
     // Without names the first setting is the one that is divided by.
