@@ -9,37 +9,17 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <limits>
-#include <random>
 #include <thread>
 
 extern char** environ;
 
 namespace korin::test {
 
-namespace {
-
-std::filesystem::path MakeFolder() {
-  std::random_device random;
-  const auto folder =
-      std::filesystem::temp_directory_path() / ("korin_app_" + std::to_string(random()));
-  std::filesystem::create_directories(folder / "swap");
-  return folder;
-}
-
-std::string ReadAll(const std::filesystem::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-}  // namespace
-
 Result RunCommand(const std::vector<std::string>& arguments, int interruptAfter) {
-  const std::filesystem::path folder = MakeFolder();
-  const std::string out = (folder / "out").string();
-  const std::string err = (folder / "err").string();
+  const ScratchFolder folder;
+  const std::string out = (folder.Path() / "out").string();
+  const std::string err = (folder.Path() / "err").string();
   std::vector<std::string> words = {KORINIMAGE_COMMAND};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<char*> argv;
@@ -63,31 +43,10 @@ Result RunCommand(const std::vector<std::string>& arguments, int interruptAfter)
   wait4(child, &status, 0, &usage);
   result.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
   result.peakKib = usage.ru_maxrss;
-  result.out = ReadAll(out);
-  result.err = ReadAll(err);
-  std::filesystem::remove_all(folder);
+  result.out = Contents(out);
+  result.err = Contents(err);
   return result;
 }
-
-void CommandTest::SetUp() {
-  m_folder = MakeFolder();
-  setenv("KORINIMAGE_CONFIG", Path("settings.ini").c_str(), 1);
-}
-
-void CommandTest::TearDown() {
-  EXPECT_TRUE(List(Swap()).empty()) << "a swap file was left";
-  std::filesystem::remove_all(m_folder);
-}
-
-std::vector<std::string> CommandTest::List(const std::filesystem::path& folder) {
-  std::vector<std::string> names;
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-    names.push_back(entry.path().filename().string());
-  }
-  return names;
-}
-
-std::string CommandTest::ReadText(const std::string& file) { return ReadAll(file); }
 
 double JsonNumber(const std::string& json, const std::string& key, std::size_t from) {
   const std::string label = "\"" + key + "\":";

@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
 #include <string>
 #include <vector>
+
+#include "support/scoped_variable.h"
+#include "support/temporary_folder.h"
 
 namespace korin::test {
 
@@ -19,19 +21,18 @@ struct Result {
 // many milliseconds after the start.
 Result RunCommand(const std::vector<std::string>& arguments, int interruptAfter = -1);
 
-// A folder of its own with a settings file and a swap folder in it; teardown fails
+// A folder of its own with a settings file and a swap folder in it; the test fails
 // when a swap file is left.
 class CommandTest : public ::testing::Test {
  protected:
-  void SetUp() override;
-  void TearDown() override;
+  CommandTest() { std::filesystem::create_directory(Swap()); }
+  ~CommandTest() override { EXPECT_TRUE(Names(Swap()).empty()) << "a swap file was left"; }
 
-  std::string Path(const std::string& name) const { return (m_folder / name).string(); }
+  std::string Path(const std::string& name) const { return (m_folder.Path() / name).string(); }
   std::string Swap() const { return Path("swap"); }
-  static std::vector<std::string> List(const std::filesystem::path& folder);
-  static std::string ReadText(const std::string& file);
 
-  std::filesystem::path m_folder;
+  const ScratchFolder m_folder;
+  const ScopedVariable m_settings{"KORINIMAGE_CONFIG", Path("settings.ini").c_str()};
 };
 
 // The number behind a key, searched from `from` on.

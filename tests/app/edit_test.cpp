@@ -30,15 +30,22 @@ TEST_F(CommandTest, HandsFramesOver) {
     other.join();
     ASSERT_EQ(receiver.code, 0) << receiver.err;
     ASSERT_EQ(sender.code, 0) << sender.err;
-    EXPECT_TRUE(ReadText(sent) == ReadText(received)) << type.front();
+    EXPECT_TRUE(Contents(sent) == Contents(received)) << type.front();
   }
-  // A killed sender's offer is cleared away and stops nobody; whoever has the exchange
-  // open does.
-  std::ofstream(Path("korinimage-offer")).flush();
-  EXPECT_EQ(RunCommand({"receive", Path("x.fits"), "--wait", "0"}).code, 1);
-  EXPECT_FALSE(std::filesystem::exists(Path("korinimage-offer")));
-  EXPECT_NE(RunCommand({"send", frame, "--wait", "0"}).err.find("nobody received"),
+  // Nobody waits for an image that could not be saved.
+  EXPECT_NE(RunCommand({"receive", Path("none/x.fits"), "--wait", "60"}).err.find("folder must"),
             std::string::npos);
+  // What killed runs left is cleared away and stops nobody; whoever has the exchange
+  // open does.
+  for (const char* command : {"send", "receive"}) {
+    std::ofstream(Path("korinimage-offer")).flush();
+    std::ofstream(Path("korinimage-taken")).flush();
+    const std::string file = command == std::string("send") ? frame : Path("x.fits");
+    const Result alone = RunCommand({command, file, "--wait", "0"});
+    EXPECT_EQ(alone.code, 1) << command;
+    EXPECT_NE(alone.err.find("nobody"), std::string::npos) << alone.err;
+    EXPECT_FALSE(std::filesystem::exists(Path("korinimage-offer"))) << command;
+  }
   ASSERT_EQ(CSharedMem::CreateFileMappings(0), 1);
   EXPECT_NE(RunCommand({"send", frame, "--wait", "0"}).err.find("on its way"), std::string::npos);
   CSharedMem::CloseMappingHandles();
@@ -102,7 +109,7 @@ TEST_F(CommandTest, ReadsBitmaps) {
   const std::string file = Path("b.bmp");
   std::ofstream(file, std::ios::binary) << bmp;
   ASSERT_EQ(RunCommand({"from-bmp", file, Path("b.fits")}).code, 0);
-  const std::string pixels = ReadText(Path("b.fits")).substr(2880, 12);
+  const std::string pixels = Contents(Path("b.fits")).substr(2880, 12);
   EXPECT_EQ(pixels, (std::string{1, 4, 7, 10, 2, 5, 8, 11, 3, 6, 9, 12}));
   // 16 bits, the three masks counted as colours as well: a red and a green pixel.
   bmp = std::string("BM\0\0\0\0\0\0\0\0", 10);
@@ -112,7 +119,7 @@ TEST_F(CommandTest, ReadsBitmaps) {
   }
   std::ofstream(file, std::ios::binary) << bmp;
   ASSERT_EQ(RunCommand({"from-bmp", file, Path("b.fits")}).code, 0);
-  EXPECT_EQ(ReadText(Path("b.fits")).substr(2880, 6), std::string("\xF8\0\0\xFC\0\0", 6));
+  EXPECT_EQ(Contents(Path("b.fits")).substr(2880, 6), std::string("\xF8\0\0\xFC\0\0", 6));
   bmp[10] = 20;  // pixels inside the header
   std::ofstream(file, std::ios::binary) << bmp;
   EXPECT_EQ(RunCommand({"from-bmp", file, Path("c.fits")}).code, 1);

@@ -26,9 +26,9 @@ TEST_F(CommandTest, InterruptLeavesNothing) {
       ASSERT_TRUE(result.code == 130 || result.code == 0) << name << ' ' << result.code;
       if (result.code == 130) {
         ++interrupted;
-        EXPECT_EQ(List(m_folder).size(), 2U) << name << " left a file";  // frame and swap
+        EXPECT_EQ(Names(m_folder.Path()).size(), 2U) << name << " left a file";  // frame and swap
       }
-      EXPECT_TRUE(List(Swap()).empty()) << name;
+      EXPECT_TRUE(Names(Swap()).empty()) << name;
       std::filesystem::remove(Path("out.fits"));
       std::filesystem::remove(Path("out.png"));
     }
