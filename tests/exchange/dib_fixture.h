@@ -1,13 +1,14 @@
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstring>
 #include <optional>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "exchange/dib_handle.h"
 #include "image/image_fixture.h"
 #include "korinimage/global_memory.h"
 #include "support/recording_progress.h"
@@ -78,38 +79,21 @@ struct Bitmap {
     block.insert(block.end(), pixels.begin(), pixels.end());
     return block;
   }
-
-  // The same as a file: the block behind a file header.
-  Bytes PackFile() const {
-    const Bytes block = Pack();
-    Bytes file = {'B', 'M'};
-    Append(file, static_cast<std::uint32_t>(14 + block.size()), 4);
-    Append(file, 0, 4);
-    Append(file, static_cast<std::uint32_t>(14 + block.size() - pixels.size()), 4);
-    file.insert(file.end(), block.begin(), block.end());
-    return file;
-  }
 };
 
 // A global-memory block of the test's own.
 class Dib {
  public:
-  explicit Dib(const Bytes& bytes)
-      : handle(AllocGlobalMemory(static_cast<std::int64_t>(bytes.size()))) {
-    if (void* const to = LockGlobalMemory(handle)) std::memcpy(to, bytes.data(), bytes.size());
-    UnlockGlobalMemory(handle);
+  explicit Dib(const Bytes& bytes) : handle(AllocGlobalMemory(std::ssize(bytes))) {
+    std::ranges::copy(bytes, DibLock(handle).Bytes().begin());
   }
   ~Dib() { FreeGlobalMemory(handle); }
   Dib(const Dib&) = delete;
   Dib& operator=(const Dib&) = delete;
 
   Bytes Read() const {
-    Bytes bytes(static_cast<std::size_t>(GlobalMemorySize(handle)));
-    if (const void* const from = LockGlobalMemory(handle)) {
-      std::memcpy(bytes.data(), from, bytes.size());
-      UnlockGlobalMemory(handle);
-    }
-    return bytes;
+    const DibLock lock(handle);
+    return {lock.Bytes().begin(), lock.Bytes().end()};
   }
 
   HDIB handle;
@@ -120,7 +104,7 @@ class DibTest : public ImageTest {
   // The pixels of the image made of a block: planes of rows; empty: refused.
   std::optional<Bytes> Attach(const Bytes& block) {
     const Dib dib(block);
-    if (!image.AttachDIB(manager, dib.handle, CImage::ProgressPtr())) return std::nullopt;
+    if (!image.AttachDIB(manager, dib.handle, kSilent)) return std::nullopt;
     return ReadPixels<BYTE>(image);
   }
 

@@ -6,8 +6,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 #include <random>
 #include <string>
@@ -44,6 +42,14 @@ bool Soon(Condition condition) {
 
 namespace wire = exchange::wire;
 
+struct Mapping {
+  std::string_view name;
+  std::int64_t size;
+};
+inline constexpr Mapping kImageMapping{"KRNIMG_SHAREDMEM_IMAGE", 1168};
+inline constexpr Mapping kHeaderMapping{"KRNIMG_SHAREDMEM_HEADER", 43168};
+inline constexpr Mapping kPixelMapping{"KRNIMG_SHAREDMEM_VMIMAGE", 300120000};
+
 // Each test begins and ends without an exchange, a leftover or a lowered limit.
 class ExchangeTest : public ImageTest {
  protected:
@@ -60,19 +66,19 @@ class ExchangeTest : public ImageTest {
   }
   static bool FileExists() { return std::filesystem::exists(FilePath()); }
 
-  // The bytes of a mapping as any process sees them.
-  static std::vector<BYTE> RawBytes(std::string_view name, std::int64_t size,
-                                    std::int64_t count = -1) {
+  // The first bytes of a mapping as any process sees them.
+  static std::vector<BYTE> RawBytes(const Mapping& which, std::int64_t count) {
     platform::SharedMapping mapping;
-    std::vector<BYTE> bytes(static_cast<std::size_t>(count < 0 ? size : count));
-    EXPECT_TRUE(mapping.Open(name, size));
+    std::vector<BYTE> bytes(static_cast<std::size_t>(count));
+    EXPECT_TRUE(mapping.Open(which.name, which.size));
     EXPECT_TRUE(mapping.ReadAt(0, bytes.data(), bytes.size()));
     return bytes;
   }
-  static void SetRawBytes(std::string_view name, std::int64_t size, const void* bytes,
-                          std::size_t count, std::int64_t offset = 0) {
+  static std::vector<BYTE> RawBytes(const Mapping& which) { return RawBytes(which, which.size); }
+  static void SetRawBytes(const Mapping& which, const std::vector<BYTE>& bytes) {
     platform::SharedMapping mapping;
-    EXPECT_TRUE(mapping.Open(name, size) && mapping.WriteAt(offset, bytes, count));
+    EXPECT_TRUE(mapping.Open(which.name, which.size));
+    EXPECT_TRUE(mapping.WriteAt(0, bytes.data(), bytes.size()));
   }
 
   static int Write(const CImage& image, bool pixels = true) {
@@ -119,32 +125,20 @@ class Partner {
   std::FILE* m_pipe;
 };
 
-inline std::string Contents(const std::filesystem::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
-// A file that partners report through, removed at the end.
+// A file that partners report through.
 class ReportFile {
  public:
-  ReportFile() : m_path(std::filesystem::temp_directory_path() / "partner_report") {
-    std::filesystem::remove(m_path);
-  }
-  ~ReportFile() {
-    std::error_code ignored;
-    std::filesystem::remove(m_path, ignored);
-  }
-  const std::filesystem::path& Path() const { return m_path; }
-  std::string Argument() const { return "\"" + m_path.string() + "\""; }
+  std::filesystem::path Path() const { return m_folder.Path() / "report"; }
+  std::string Argument() const { return "\"" + Path().string() + "\""; }
   bool WaitForText(const std::string& text) const {
     for (int i = 0; i < 10; ++i) {
-      if (Soon([&] { return Contents(m_path) == text; })) return true;
+      if (Soon([&] { return Contents(Path()) == text; })) return true;
     }
     return false;
   }
 
  private:
-  std::filesystem::path m_path;
+  ScratchFolder m_folder;
 };
 
 }  // namespace korin::test

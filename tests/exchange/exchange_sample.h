@@ -5,13 +5,17 @@
 #include <limits>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
+#include "exchange/header_record.h"
+#include "exchange/image_record.h"
 #include "image/image_fixture.h"
 #include "kernels/element.h"
 #include "korinimage/image.h"
 #include "platform/text.h"
+#include "support/store_bytes.h"
 
 // Images that both partners of an exchange can make and compare.
 namespace korin::test {
@@ -91,7 +95,7 @@ inline CImage MakeSample(const SampleKind& kind, int policy, const Shape& shape 
   if (!manager) manager = MakeSampleManager(policy);
   const auto type = static_cast<CImage::DataType>(kind.type);
   CImage image(manager, type, shape.width, shape.height, shape.planes, 1.0, 0.0, kind.isSigned,
-               CImage::ProgressPtr());
+               kSilent);
   DispatchElement(*ElementKindOf(kind.type, kind.isSigned), [&]<typename T>(std::type_identity<T>) {
     WritePixels(image, SamplePixels<T>(shape));
   });
@@ -99,74 +103,21 @@ inline CImage MakeSample(const SampleKind& kind, int policy, const Shape& shape 
   return image;
 }
 
-// Every byte of the store, whatever the image's attributes say.
-inline std::vector<BYTE> StoreBytes(CImage& image) {
-  CVmImage& store = *image.Store();
-  std::vector<BYTE> bytes;
-  for (std::int64_t block = 0; block < store.GetBlockCount(); ++block) {
-    const auto guard = store.PinBlock(block, BlockIntent::Read);
-    bytes.insert(bytes.end(), guard.Address(),
-                 guard.Address() + store.GetBlockLineCount(block) * store.GetBytesPerLine());
-  }
-  return bytes;
-}
-
-// All that an exchange carries, as text; images are alike when their texts are.
+// All that an exchange carries, and what the receiver makes of it beside; images are
+// alike when their texts are.
 inline std::string Describe(CImage& image) {
-  std::string text;
-  const auto number = [&](const char* name, auto value) {
-    text += std::string(name) + ' ' + std::to_string(value) + '\n';
-  };
-  const auto words = [&](const char* name, std::wstring_view value) {
-    text += std::string(name) + " '" + platform::ToUtf8(value) + "'\n";
-  };
-  number("type", static_cast<int>(image.GetBitsPixel()));
-  number("signed", image.IsSigned());
-  number("dimension", image.GetDimension());
-  for (const int axis : image.GetAxes()) number("axis", axis);
-  number("bscale", image.GetBscale());
-  number("bzero", image.GetBzero());
-  for (const auto* levels : {&image.GetLevelMin(), &image.GetLevelMax(), &image.GetLevelRange()}) {
-    for (const double level : *levels) number("level", level);
-  }
-  for (const bool flag :
-       {image.HasOwnLevel(), image.IsSaveableFormat(), image.IsSaveableFile(),
-        image.IsOrgBayerImage(), image.IsOrgHoneyCombImage(), image.IsOrgDevelopmentImage(),
-        image.IsBayerImage(), image.IsHoneyCombImage(), image.IsDevelopmentImage()}) {
-    number("flag", flag);
-  }
-  words("name", image.GetOrgFileName());
-  words("format", image.GetOrgFileFormat());
-  for (const int value : {static_cast<int>(image.GetOrgBitsPixel()), image.GetOrgPlanes(),
-                          image.GetOrgWidth(), image.GetOrgHeight(), image.GetRawImageBits()}) {
-    number("value", value);
-  }
-  const CHeader& header = image.Header();
-  for (int i = 0; i < header.GetCount(); ++i) words("card", header.GetAt(i));
-  tagFRational rational;
-  const auto pair = [&] {
-    number("numerator", rational.numerator);
-    number("denominator", rational.denominator);
-  };
-  header.GetExposureShutterSpeed(rational), pair();
-  header.GetExposureFNumber(rational), pair();
-  header.GetFocalLength(rational), pair();
-  number("iso", header.GetISO());
-  words("light", header.GetLightSource());
-  words("maker", header.GetCameraMaker());
-  words("model", header.GetCameraModel());
-  number("gains", header.IsWBShootingGain());
-  for (int i = 0; i < 4; ++i) number("bayer", header.GetWBShootingGainBayer(i));
-  for (int i = 0; i < 8; ++i) number("honeycomb", header.GetWBShootingGainHoneyComb(i));
-  if (image.Store() == nullptr) return text + "no pixels\n";
-  static const char kDigits[] = "0123456789abcdef";
-  std::size_t at = 0;
-  for (const BYTE byte : StoreBytes(image)) {
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 15];
-    if (++at % 64 == 0) text += '\n';
-  }
-  return text + "\nend\n";
+  namespace wire = exchange::wire;
+  std::vector<std::byte> fields(wire::image::kBytes + wire::header::kBytes);
+  const auto both = std::span(fields);
+  exchange::EncodeImage(exchange::RecordOf(image).value(), both.first(wire::image::kBytes));
+  exchange::EncodeHeader(exchange::RecordOf(image.Header()), both.last(wire::header::kBytes));
+  std::string text = "dimension " + std::to_string(image.GetDimension());
+  for (const int axis : image.GetAxes()) text += ", axis " + std::to_string(axis);
+  for (const double range : image.GetLevelRange()) text += ", levels " + std::to_string(range);
+  text.append(reinterpret_cast<const char*>(fields.data()), fields.size());
+  if (image.Store() == nullptr) return text + "no pixels";
+  const std::vector<BYTE> pixels = StoreBytes(*image.Store());
+  return text.append(pixels.begin(), pixels.end());
 }
 
 // What a receiver of a sample has: `byFile` says which way its pixels took.

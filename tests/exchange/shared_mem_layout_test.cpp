@@ -6,38 +6,27 @@
 namespace korin::test {
 namespace {
 
-constexpr std::int64_t kImageBytes = 1168;
-constexpr std::int64_t kHeaderBytes = 43168;
-constexpr std::int64_t kPixelBytes = 300120000;
+using Ints = std::vector<std::int32_t>;
+using Doubles = std::vector<double>;
+using namespace std::string_literals;
 
 // Bytes of a mapping, addressed by offset.
 struct Bytes {
   std::vector<BYTE> bytes;
 
-  template <typename T>
-  T At(std::size_t offset) const {
-    T value;
-    std::memcpy(&value, bytes.data() + offset, sizeof value);
-    return value;
+  // Values of one type, one behind the other.
+  template <typename Values>
+  void Expect(std::size_t offset, const Values& expected) const {
+    Values values = expected;
+    std::memcpy(values.data(), bytes.data() + offset, values.size() * sizeof values[0]);
+    EXPECT_EQ(values, expected) << "at " << offset;
   }
-  int Int(std::size_t offset) const { return At<std::int32_t>(offset); }
-  double Double(std::size_t offset) const { return At<double>(offset); }
-  std::u16string Units(std::size_t offset, std::size_t count) const {
-    std::u16string units(count, u'\0');
-    std::memcpy(units.data(), bytes.data() + offset, 2 * count);
-    return units;
+  template <typename Values>
+  void Set(std::size_t offset, const Values& values) {
+    std::memcpy(bytes.data() + offset, values.data(), values.size() * sizeof values[0]);
   }
-  template <typename T>
-  void Set(std::size_t offset, T value) {
-    std::memcpy(bytes.data() + offset, &value, sizeof value);
-  }
-  void SetUnits(std::size_t offset, const std::u16string& units) {
-    std::memcpy(bytes.data() + offset, units.data(), 2 * units.size());
-  }
-  bool AreAll(std::size_t from, std::size_t to, BYTE value) const {
-    return std::all_of(bytes.begin() + static_cast<std::ptrdiff_t>(from),
-                       bytes.begin() + static_cast<std::ptrdiff_t>(to),
-                       [&](BYTE byte) { return byte == value; });
+  void ExpectMarks(std::size_t from, std::size_t to) const {
+    Expect(from, std::vector<BYTE>(to - from, 0xAA));
   }
 };
 
@@ -45,110 +34,81 @@ class LayoutTest : public ExchangeTest {
  protected:
   void SetUp() override { ASSERT_EQ(CSharedMem::CreateFileMappings(1), 1); }
 
-  // Marks every byte, so that those not written can be told.
-  static void Mark() {
-    const std::vector<BYTE> marks(kHeaderBytes, 0xAA);
-    SetRawBytes("KRNIMG_SHAREDMEM_IMAGE", kImageBytes, marks.data(), kImageBytes);
-    SetRawBytes("KRNIMG_SHAREDMEM_HEADER", kHeaderBytes, marks.data(), kHeaderBytes);
+  // What writing the attributes puts into a mapping; bytes not written stay marked.
+  static Bytes WrittenTo(const Mapping& which, const CImage& image) {
+    SetRawBytes(which, std::vector<BYTE>(static_cast<std::size_t>(which.size), 0xAA));
+    EXPECT_EQ(Write(image, false), 1);
+    return {RawBytes(which)};
   }
-  static Bytes ImageBytes() { return {RawBytes("KRNIMG_SHAREDMEM_IMAGE", kImageBytes)}; }
-  static Bytes HeaderBytes() { return {RawBytes("KRNIMG_SHAREDMEM_HEADER", kHeaderBytes)}; }
-  static Bytes PixelBytes(std::size_t samples) {
-    return {
-        RawBytes("KRNIMG_SHAREDMEM_VMIMAGE", kPixelBytes, static_cast<std::int64_t>(4 * samples))};
-  }
-  static void SetImageBytes(const Bytes& b) {
-    SetRawBytes("KRNIMG_SHAREDMEM_IMAGE", kImageBytes, b.bytes.data(), b.bytes.size());
-  }
-  static void SetHeaderBytes(const Bytes& b) {
-    SetRawBytes("KRNIMG_SHAREDMEM_HEADER", kHeaderBytes, b.bytes.data(), b.bytes.size());
-  }
-  static void SetFloats(const std::vector<float>& floats) {
-    SetRawBytes("KRNIMG_SHAREDMEM_VMIMAGE", kPixelBytes, floats.data(), 4 * floats.size());
+  CImage SmallImage() const {
+    return CImage(m_manager, CImage::DataTypeInt8, 2, 2, 1, 1.0, 0.0, false, kSilent);
   }
 };
 
 TEST_F(LayoutTest, ImageFieldsAreWrittenAtTheirOffsets) {
-  Mark();
   CImage image = MakeSample({16, true}, 1, {5, 4, 2});
   image.SetSaveableFormat(true);
   image.SetOrgHoneyCombImage(true);
   image.SetBayerImage(true);
-  ASSERT_EQ(Write(image, false), 1);
-  const Bytes b = ImageBytes();
-  const std::pair<std::size_t, int> integers[] = {
-      {0, 16},    {4, 1},     {8, 5},    {12, 4},    {16, 2},   {88, 1},   {92, 1},
-      {96, 1},    {1124, -7}, {1128, 4}, {1132, 1},  {1136, 1}, {1140, 1}, {1144, 6000},
-      {1148, -1}, {1152, 1},  {1156, 1}, {1160, 14}, {1164, 0}};
-  for (const auto& [offset, value] : integers) EXPECT_EQ(b.Int(offset), value) << offset;
-  const std::pair<std::size_t, double> doubles[] = {{24, 0.25}, {32, -1e10},  {40, -0.5},
-                                                    {48, 0.5},  {64, 1000.0}, {72, 1001.0}};
-  for (const auto& [offset, value] : doubles) EXPECT_EQ(b.Double(offset), value) << offset;
-  EXPECT_EQ(b.Units(100, 16), std::u16string(u"M 31 \u00e4\u3042 \U0001F52D.fits\0", 16));
-  EXPECT_EQ(b.Units(612, 5), std::u16string(u"FITS\0", 5));
+  const Bytes b = WrittenTo(kImageMapping, image);
+  b.Expect(0, Ints{16, 1, 5, 4, 2});
+  b.Expect(24, Doubles{0.25, -1e10, -0.5, 0.5});
+  b.Expect(64, Doubles{1000.0, 1001.0});
+  b.Expect(88, Ints{1, 1, 1});
+  b.Expect(100, u"M 31 \u00e4\u3042 \U0001F52D.fits\0"s);
+  b.Expect(612, u"FITS\0"s);
+  b.Expect(1124, Ints{-7, 4, 1, 1, 1, 6000, -1, 1, 1, 14, 0});
   // Padding, the levels of a third plane and what follows a text stay.
-  for (const auto& [from, to] :
-       {std::pair{20, 24}, {56, 64}, {80, 88}, {100 + 2 * 16, 612}, {612 + 2 * 5, 1124}}) {
-    EXPECT_TRUE(b.AreAll(static_cast<std::size_t>(from), static_cast<std::size_t>(to), 0xAA))
-        << from;
-  }
+  b.ExpectMarks(20, 24);
+  b.ExpectMarks(56, 64);
+  b.ExpectMarks(80, 88);
+  b.ExpectMarks(100 + 2 * 16, 612);
+  b.ExpectMarks(612 + 2 * 5, 1124);
 }
 
 TEST_F(LayoutTest, HeaderFieldsAreWrittenAtTheirOffsets) {
-  Mark();
   CImage image = MakeSample({8, false}, 1, {5, 4, 1});
   image.Header().SetCFAPattern(3);
-  ASSERT_EQ(Write(image, false), 1);
-  const Bytes b = HeaderBytes();
-  EXPECT_EQ(b.Units(0, 31), std::u16string(u"SIMPLE  =                    T\0", 31));
-  EXPECT_EQ(b.Units(162, 2), std::u16string(u" \0", 2));  // the empty card
-  EXPECT_EQ(b.Units(324, 14), u"COMMENT with \u00e9");
+  const Bytes b = WrittenTo(kHeaderMapping, image);
+  b.Expect(0, u"SIMPLE  =                    T\0"s);
+  b.Expect(162, u" \0"s);  // the empty card
+  b.Expect(324, u"COMMENT with \u00e9"s);
   // Behind the last card only the first unit of a slot is cleared.
   for (std::size_t slot = 3; slot < 256; ++slot) {
-    ASSERT_EQ(b.At<std::uint16_t>(162 * slot), 0) << slot;
-    ASSERT_TRUE(b.AreAll(162 * slot + 2, 162 * (slot + 1), 0xAA)) << slot;
+    b.Expect(162 * slot, u"\0"s);
+    b.ExpectMarks(162 * slot + 2, 162 * (slot + 1));
   }
-  const std::pair<std::size_t, double> doubles[] = {
-      {41472, 1.0}, {41480, 250.0}, {41488, 28.0},  {41496, 10.0},   {42024, -1.0},
-      {42032, 1.0}, {43072, 0.125}, {43096, 3.125}, {43104, -0.125}, {43160, -7.125}};
-  for (const auto& [offset, value] : doubles) EXPECT_EQ(b.Double(offset), value) << offset;
-  EXPECT_EQ(b.At<std::uint16_t>(41504), 65535);
-  EXPECT_EQ(b.Units(41506, 6), std::u16string(u"stars\0", 6));
-  EXPECT_EQ(b.Units(42040, 6), std::u16string(u"maker\0", 6));
-  EXPECT_EQ(b.Units(42552, 6), std::u16string(u"model\0", 6));
-  EXPECT_EQ(b.Int(43064), -3);
-  EXPECT_TRUE(b.AreAll(42018, 42024, 0xAA));
-  EXPECT_TRUE(b.AreAll(43068, 43072, 0xAA));
+  b.Expect(41472, Doubles{1.0, 250.0, 28.0, 10.0});
+  b.Expect(41504, u"\uFFFFstars\0"s);  // in front the sensitivity
+  b.Expect(42024, Doubles{-1.0, 1.0});
+  b.Expect(42040, u"maker\0"s);
+  b.Expect(42552, u"model\0"s);
+  b.Expect(43064, Ints{-3});
+  b.Expect(43072, Doubles{0.125, 1.125, 2.125, 3.125, -0.125, -1.125, -2.125, -3.125, -4.125,
+                          -5.125, -6.125, -7.125});
+  b.ExpectMarks(42018, 42024);
+  b.ExpectMarks(43068, 43072);
 }
 
 TEST_F(LayoutTest, BytesOfAnotherWriterAreRead) {
-  Bytes b{std::vector<BYTE>(kImageBytes, 0)};
-  b.Set<std::int32_t>(0, -64);
-  b.Set<std::int32_t>(4, 256);  // any nonzero flag is set
-  b.Set<std::int32_t>(8, 7);
-  b.Set<std::int32_t>(12, 6);
-  b.Set<std::int32_t>(16, 3);
-  b.Set(24, 2.0);
-  b.Set(32, std::numeric_limits<double>::quiet_NaN());
-  b.Set(40 + 16, 5.0);  // plane 2: equal ends
-  b.Set(64 + 16, 5.0);
-  b.SetUnits(100, std::u16string(256, u'x'));  // without an end mark
-  b.SetUnits(612, u"\xD83D lone");
-  b.Set<std::int32_t>(1144, -5);
-  b.Set<std::int32_t>(1164, -1);
-  SetImageBytes(b);
-  Bytes h{std::vector<BYTE>(kHeaderBytes, 0)};
-  h.SetUnits(0, std::u16string(81, u'k'));  // without an end mark
-  h.SetUnits(162, u"OBJECT");
-  h.SetUnits(2 * 162 + 2, u"behind an empty slot");
-  h.Set(41472, 30.0);
-  h.Set(41480, 10.0);
-  h.SetUnits(41506, std::u16string(256, u'l'));
-  h.Set<std::int32_t>(43064, 2);
-  h.Set(43160, 8.5);
-  SetHeaderBytes(h);
+  Bytes b{std::vector<BYTE>(wire::image::kBytes)};
+  b.Set(0, Ints{-64, 256, 7, 6, 3});                                    // any nonzero flag is set
+  b.Set(24, Doubles{2.0, std::nan(""), 0.0, 0.0, 5.0, 0.0, 0.0, 5.0});  // plane 2: equal ends
+  b.Set(100, std::u16string(256, u'x'));                                // without an end mark
+  b.Set(612, u"\xD83D lone"s);
+  b.Set(1144, Ints{-5, 0, 0, 0, 0, -1});
+  SetRawBytes(kImageMapping, b.bytes);
+  Bytes h{std::vector<BYTE>(wire::header::kBytes)};
+  h.Set(0, std::u16string(81, u'k'));  // without an end mark
+  h.Set(162, u"OBJECT"s);
+  h.Set(2 * 162 + 2, u"behind an empty slot"s);
+  h.Set(41472, Doubles{30.0, 10.0});
+  h.Set(41506, std::u16string(256, u'l'));
+  h.Set(43064, Ints{2});
+  h.Set(43160, Doubles{8.5});
+  SetRawBytes(kHeaderMapping, h.bytes);
 
-  CImage image(m_manager, CImage::DataTypeInt8, 2, 2, 1, 1.0, 0.0, false, CImage::ProgressPtr());
+  CImage image = SmallImage();
   image.Header().Add(L"KEPT");
   ASSERT_EQ(Read(image, false), 1);
   EXPECT_EQ(image.GetBitsPixel(), CImage::DataTypeDouble);
@@ -176,13 +136,12 @@ TEST_F(LayoutTest, BytesOfAnotherWriterAreRead) {
 }
 
 TEST_F(LayoutTest, LongTextsAndManyCardsAreCut) {
-  CImage image(m_manager, CImage::DataTypeInt8, 2, 2, 1, 1.0, 0.0, false, CImage::ProgressPtr());
+  CImage image = SmallImage();
   // The pair that would cross the limit of 255 units is left out whole.
   image.SetOrgFileName(std::wstring(254, L'n') + platform::FromUtf8("\xF0\x9F\x94\xAD"));
   image.Header().SetCameraModel(std::wstring(400, L'm').c_str());
   for (int i = 0; i < 300; ++i) image.Header().Add(std::to_wstring(i).c_str());
-  ASSERT_EQ(Write(image, false), 1);
-  EXPECT_EQ(ImageBytes().Units(100, 255), std::u16string(254, u'n') + u'\0');
+  WrittenTo(kImageMapping, image).Expect(100, std::u16string(254, u'n') + u'\0');
   CImage received;
   ASSERT_EQ(Read(received, false), 1);
   EXPECT_EQ(received.Header().GetCameraModel(), std::wstring(255, L'm'));
@@ -200,10 +159,9 @@ TEST_F(LayoutTest, PixelsAreFloatsOfUnsignedValuesPlaneAfterPlane) {
     const auto manager = MakeSampleManager(policy);
     const CImage image = MakeImage(manager, shape, pixels);
     ASSERT_EQ(Write(image), 1);
-    const Bytes floats = PixelBytes(12);
-    for (std::size_t i = 0; i < 12; ++i) {
-      EXPECT_EQ(floats.At<float>(4 * i), static_cast<float>(static_cast<std::uint16_t>(pixels[i])));
-    }
+    std::vector<float> floats;
+    for (const auto pixel : pixels) floats.push_back(static_cast<std::uint16_t>(pixel));
+    Bytes{RawBytes(kPixelMapping, 4 * 12)}.Expect(0, floats);
     CImage received;
     ASSERT_EQ(CSharedMem::ReadSharedMemory(manager, &received, 1), 1);
     EXPECT_EQ(ReadPixels<std::int16_t>(received), pixels);
@@ -216,12 +174,14 @@ TEST_F(LayoutTest, ReceivedFloatsAreTruncatedToTheirLowBits) {
   const std::vector<float> floats = {300.7F,        -1.0F,     -0.9F,         255.999F,
                                      -257.5F,       70000.0F,  2147483520.0F, -2147483648.0F,
                                      2147483648.0F, kInfinity, std::nanf(""), 1e-30F};
+  Bytes mapping{std::vector<BYTE>(4 * floats.size())};
+  mapping.Set(0, floats);
   const std::vector<std::uint16_t> expected = {300,   65535, 0, 255, 65279, 4464,
                                                65408, 0,     0, 0,   0,     0};
   const auto check = [&]<typename T>(std::type_identity<T>) {
     const Shape shape{4, 3, 1};
     ASSERT_EQ(Write(MakeImage(m_manager, shape, std::vector<T>(12, 9))), 1);
-    SetFloats(floats);
+    SetRawBytes(kPixelMapping, mapping.bytes);
     CImage received;
     ASSERT_EQ(Read(received), 1);
     std::vector<T> low;

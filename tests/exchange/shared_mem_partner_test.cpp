@@ -8,56 +8,55 @@ struct Case {
   SampleKind kind;
   bool byFile;
   int policy;
+
+  std::string Limit() const { return byFile ? "100" : "75030000"; }
+  // The receiver keeps its image under the other policy.
+  int ReceiverPolicy() const { return 1 - policy; }
+  std::string Received() const {
+    CImage image = MakeReceived(kind, byFile, ReceiverPolicy());
+    return Describe(image);
+  }
 };
 
-std::vector<Case> AllCases() {
-  std::vector<Case> cases;
+template <typename Exchange>
+void ForAllCases(const Exchange& exchange) {
   for (const SampleKind& kind : kSampleKinds) {
     for (const bool byFile : {false, true}) {
-      for (const int policy : {0, 1}) cases.push_back({kind, byFile, policy});
+      for (const int policy : {0, 1}) {
+        SCOPED_TRACE(testing::Message() << kind.type << (kind.isSigned ? " signed" : "")
+                                        << (byFile ? " by file" : "") << ", policy " << policy);
+        exchange({kind, byFile, policy});
+        CSharedMem::CloseMappingHandles();
+      }
     }
   }
-  return cases;
 }
-
-std::string NameOf(const Case& c) {
-  return std::to_string(c.kind.type) + (c.kind.isSigned ? " signed" : "") +
-         (c.byFile ? " by file" : " by memory") + ", policy " + std::to_string(c.policy);
-}
-
-std::string LimitOf(const Case& c) { return c.byFile ? "100" : "75030000"; }
 
 using PartnerTest = ExchangeTest;
 
 TEST_F(PartnerTest, EveryTypeReachesTheOtherProcess) {
-  for (const Case& c : AllCases()) {
-    SCOPED_TRACE(NameOf(c));
+  ForAllCases([&](const Case& c) {
     const ReportFile report;
-    exchange::g_maxMappedSamples = std::stoll(LimitOf(c));
+    exchange::g_maxMappedSamples = std::stoll(c.Limit());
     ASSERT_EQ(CSharedMem::CreateFileMappings(1), 1);
     ASSERT_EQ(Write(MakeSample(c.kind, c.policy)), 1);
     ASSERT_EQ(FileExists(), c.byFile);
-    // The receiver keeps its image under the other policy.
-    Partner partner("receive " + std::to_string(1 - c.policy) + " " + LimitOf(c) + " 1 " +
+    Partner partner("receive " + std::to_string(c.ReceiverPolicy()) + " " + c.Limit() + " 1 " +
                     report.Argument());
     ASSERT_EQ(partner.Finish(), 0);
-    CImage expected = MakeReceived(c.kind, c.byFile, 1 - c.policy);
-    EXPECT_EQ(Contents(report.Path()), Describe(expected));
+    EXPECT_EQ(Contents(report.Path()), c.Received());
     EXPECT_FALSE(FileExists());
-    CSharedMem::CloseMappingHandles();
-  }
+  });
 }
 
 TEST_F(PartnerTest, EveryTypeComesFromTheOtherProcess) {
-  for (const Case& c : AllCases()) {
-    SCOPED_TRACE(NameOf(c));
+  ForAllCases([&](const Case& c) {
     const ReportFile report;
-    Partner partner("send " + std::to_string(c.kind.type) + " " +
-                    std::to_string(c.kind.isSigned ? 1 : 0) + " " + std::to_string(c.policy) + " " +
-                    LimitOf(c) + " " + report.Argument());
+    Partner partner("send " + std::to_string(c.kind.type) + (c.kind.isSigned ? " 1 " : " 0 ") +
+                    std::to_string(c.policy) + " " + c.Limit() + " " + report.Argument());
     ASSERT_TRUE(report.WaitForText("ready"));
-    exchange::g_maxMappedSamples = std::stoll(LimitOf(c));
-    const auto manager = MakeSampleManager(1 - c.policy);
+    exchange::g_maxMappedSamples = std::stoll(c.Limit());
+    const auto manager = MakeSampleManager(c.ReceiverPolicy());
     // Attributes alone first: the store of the receiver is not touched.
     CImage image;
     ASSERT_EQ(CSharedMem::CreateFileMappings(1), 1);
@@ -65,11 +64,9 @@ TEST_F(PartnerTest, EveryTypeComesFromTheOtherProcess) {
     EXPECT_TRUE(image.IsEmpty());
     image.Header().DeleteAll();
     ASSERT_EQ(CSharedMem::ReadSharedMemory(manager, &image, 1), 1);
-    CImage expected = MakeReceived(c.kind, c.byFile, 1 - c.policy);
-    EXPECT_EQ(Describe(image), Describe(expected));
+    EXPECT_EQ(Describe(image), c.Received());
     EXPECT_EQ(partner.Finish(), 0);
-    CSharedMem::CloseMappingHandles();
-  }
+  });
 }
 
 TEST_F(PartnerTest, ImageOnItsWaySurvivesItsWriterWhileTheReaderIsThere) {

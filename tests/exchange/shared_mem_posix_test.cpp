@@ -127,7 +127,7 @@ TEST_F(PosixExchangeTest, FirstToOpenFindsZerosAndTheLastRemoves) {
   ASSERT_EQ(write(stale, "left by a killed process", 24), 24);
   close(stale);
   ASSERT_EQ(CSharedMem::CreateFileMappings(0), 1);
-  const auto bytes = RawBytes(platform::kImageMappingName, wire::image::kBytes);
+  const auto bytes = RawBytes(kImageMapping);
   EXPECT_EQ(bytes, std::vector<BYTE>(wire::image::kBytes, 0));
   struct stat info {};
   ASSERT_EQ(stat(("/dev/shm" + object).c_str(), &info), 0);

@@ -2,6 +2,7 @@
 #include <climits>
 
 #include "exchange/exchange_fixture.h"
+#include "support/fault_at.h"
 #include "support/system.h"
 
 namespace korin::test {
@@ -33,8 +34,7 @@ TEST_F(SharedMemTest, LargeImagesTakeTheFile) {
 TEST_F(SharedMemTest, ImagesOnBothSidesOfTheLimitArrive) {
   const auto manager = MakeManager(1 << 20, 4000);
   for (const int height : {5002, 5003}) {
-    CImage image(manager, CImage::DataTypeInt8, 5000, height, 3, 1.0, 0.0, false,
-                 CImage::ProgressPtr());
+    CImage image(manager, CImage::DataTypeInt8, 5000, height, 3, 1.0, 0.0, false, kSilent);
     for (int plane = 0; plane < 3; ++plane) image.Fill(plane, 10.0 + plane);
     *image.Store()->GetImageAdr(4999, height - 1, 2, true, false, nullptr) = 255;
     ASSERT_EQ(CSharedMem::CreateFileMappings(1), 1);
@@ -93,9 +93,9 @@ TEST_F(SharedMemTest, ClosedExchangeAndMissingThingsAreRefused) {
 TEST_F(SharedMemTest, ImagesThatCannotTravelAreRefused) {
   ASSERT_EQ(CSharedMem::CreateFileMappings(1), 1);
   ASSERT_EQ(Write(MakeSample({8, false}, 1)), 1);
-  const auto before = RawBytes(platform::kImageMappingName, wire::image::kBytes);
+  const auto before = RawBytes(kImageMapping);
   EXPECT_EQ(Write(MakeSample({8, false}, 1, {3, 3, 4})), 0);
-  EXPECT_EQ(RawBytes(platform::kImageMappingName, wire::image::kBytes), before);
+  EXPECT_EQ(RawBytes(kImageMapping), before);
   // The file has no such limit.
   const CImage four = MakeSample({8, false}, 1, {3, 3, 4});
   EXPECT_EQ(CSharedMem::WriteSharedFile(&four), 1);
@@ -107,8 +107,7 @@ TEST_F(SharedMemTest, ImagesThatCannotTravelAreRefused) {
   EXPECT_EQ(CSharedMem::WriteSharedFile(&changed), 0);
   EXPECT_FALSE(FileExists()) << "a file that failed is removed";
   auto manager = MakeSampleManager(0);
-  const CImage orphan(manager, CImage::DataTypeInt8, 4, 4, 1, 1.0, 0.0, false,
-                      CImage::ProgressPtr());
+  const CImage orphan(manager, CImage::DataTypeInt8, 4, 4, 1, 1.0, 0.0, false, kSilent);
   manager.reset();
   EXPECT_EQ(Write(orphan), 0);
   EXPECT_EQ(CSharedMem::WriteSharedFile(&orphan), 0);
@@ -137,7 +136,7 @@ TEST_F(SharedMemTest, LevelsFollowThePlanes) {
   image.LevelMinRef() = {1.0};  // shorter than the planes: missing ones are 0
   image.LevelMaxRef().clear();
   ASSERT_EQ(Write(image, false), 1);
-  CImage received(m_manager, CImage::DataTypeInt8, 2, 2, 1, 1.0, 0.0, false, CImage::ProgressPtr());
+  CImage received(m_manager, CImage::DataTypeInt8, 2, 2, 1, 1.0, 0.0, false, kSilent);
   ASSERT_EQ(Read(received, false), 1);
   EXPECT_EQ(received.GetLevelMin(), (std::vector<double>{1.0, 0.0, 0.0}));
   EXPECT_EQ(received.GetLevelMax(), (std::vector<double>{2.0, 1.0, 1.0}));
@@ -177,10 +176,10 @@ TEST_F(SharedMemTest, HostileMappingsNeverDamageTheImage) {
   std::mt19937 random(5);
   CImage image = MakeSample({16, false}, 0, {5, 4, 1});
   ASSERT_EQ(Write(image), 1);
-  const auto good = RawBytes(platform::kImageMappingName, kBytes);
+  const auto good = RawBytes(kImageMapping);
   int accepted = 0;
   const auto tryRead = [&](const std::vector<BYTE>& bytes, bool pixels) {
-    SetRawBytes(platform::kImageMappingName, kBytes, bytes.data(), kBytes);
+    SetRawBytes(kImageMapping, bytes);
     std::int32_t fields[5];  // type, signed, width, height, planes
     std::memcpy(fields, bytes.data(), sizeof fields);
     const auto [type, isSigned, width, height, planes] = fields;
@@ -217,24 +216,20 @@ TEST_F(SharedMemTest, HostileMappingsNeverDamageTheImage) {
       bytes[i] = static_cast<BYTE>(random());
     }
     for (BYTE& byte : header) byte = static_cast<BYTE>(random());
-    SetRawBytes(platform::kHeaderMappingName, wire::header::kBytes, header.data(), header.size());
+    SetRawBytes(kHeaderMapping, header);
     tryRead(bytes, round % 2 == 0);
   }
 }
 
 // The n-th call of the system fails, for every n; then all works again.
 TEST_F(SharedMemTest, EveryFailureOfTheSystemIsAnswered) {
-  static std::int64_t countdown;
-  static platform::Fault kind;
-  const auto hook =
-      +[](platform::Call) { return --countdown == 0 ? kind : platform::Fault::kNone; };
   CImage image = MakeSample({-32, false}, 1, {20, 20, 2});
-  const auto pixels = StoreBytes(image);
+  const auto pixels = StoreBytes(*image.Store());
   const auto exchangeOnce = [&] {
     CImage received;
     const bool written = CSharedMem::CreateFileMappings(1) == 1 && Write(image) == 1;
     EXPECT_TRUE(written || !FileExists()) << "a file that failed is removed";
-    const bool good = written && Read(received) == 1 && StoreBytes(received) == pixels;
+    const bool good = written && Read(received) == 1 && StoreBytes(*received.Store()) == pixels;
     CSharedMem::CloseMappingHandles();
     return good;
   };
@@ -244,17 +239,16 @@ TEST_F(SharedMemTest, EveryFailureOfTheSystemIsAnswered) {
                              platform::Fault::kShort, platform::Fault::kInterrupted}) {
       const bool mustWork =
           fault == platform::Fault::kShort || fault == platform::Fault::kInterrupted;
-      kind = fault;
       int failures = 0;
       for (int n = 1;; ++n) {
         ASSERT_LT(n, 1000);
-        countdown = n;
-        platform::g_faultHook = hook;
-        const bool good = exchangeOnce();
-        platform::g_faultHook = nullptr;
+        const bool good = [&] {
+          const FaultAt failure(n, fault);
+          return exchangeOnce();
+        }();
         ASSERT_TRUE(good || !mustWork) << n;
         failures += good ? 0 : 1;
-        if (countdown > 0) break;  // every call has had its turn
+        if (!FaultAt::Happened()) break;  // every call has had its turn
         ASSERT_TRUE(exchangeOnce()) << "after a failure of call " << n;
         ASSERT_FALSE(FileExists()) << n;
       }

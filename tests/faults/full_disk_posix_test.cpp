@@ -20,14 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::vector<std::string> Names(const fs::path& folder) {
-  std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(folder)) {
-    names.push_back(entry.path().filename().string());
-  }
-  return names;
-}
-
 mode_t Mode(const fs::path& file) {
   struct stat info {};
   EXPECT_EQ(lstat(file.c_str(), &info), 0) << file;
@@ -71,7 +63,7 @@ TEST_F(FullDiskTest, ImagesAndFilesGoOnWhenSomeIsFreed) {
   for (int round = 0; round < 2; ++round) {
     for (CImage& image : images) ASSERT_TRUE(ReadPixels<std::int16_t>(image) == pixels);
     EXPECT_EQ(images.front().ScalingAppliedImage(), nullptr);
-    EXPECT_FALSE(images.front().ChangeSize(300, 300, CImage::ProgressPtr()));
+    EXPECT_FALSE(images.front().ChangeSize(300, 300, kSilent));
     EXPECT_TRUE(images.back().Fill(-1, 9.0));
     EXPECT_EQ(images.back().GetMinMaxRaw(-1), std::tuple(9.0, 9.0));
     WritePixels(images.back(), pixels);
@@ -112,10 +104,10 @@ TEST_F(NewFilesTest, ArePrivateUntilTheyAreWhole) {
     output.Write("secret", 6);
     const auto names = Names(m_folder.Path());
     ASSERT_EQ(names.size(), 1U);
-    EXPECT_EQ(Mode(m_folder.Path() / names[0]), 0600U);
+    EXPECT_EQ(Mode(m_folder.Path() / *names.begin()), 0600U);
     output.Commit();
   }
-  EXPECT_EQ(Names(m_folder.Path()), std::vector<std::string>{"a"});
+  EXPECT_EQ(Names(m_folder.Path()), std::set<std::string>{"a"});
   EXPECT_EQ(Mode(file), 0644U);
   // A file that is replaced keeps its mode, a stricter one too.
   for (const mode_t mode : {0600U, 0640U, 0666U}) {

@@ -96,11 +96,6 @@ struct World {
   CImage made;  // what operations with a result of their own fill
 };
 
-std::string Contents(const fs::path& file) {
-  std::ifstream in(file, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
 // What may be left of the subject when an operation fails.
 enum class Left {
   kAsItWas,
@@ -143,7 +138,6 @@ std::string Text(std::initializer_list<double> numbers) {
   for (const double number : numbers) text += std::to_string(number) + ' ';
   return text;
 }
-const CImage::ProgressPtr kSilent;
 
 Operation ChangeBits(const char* name, CImage::ChangeBitsLevel level) {
   return {name, Left::kUnconverted, [level](World& w) {

@@ -4,6 +4,7 @@
 #include "kernels/element.h"
 #include "korinimage/exceptions.h"
 #include "support/recording_progress.h"
+#include "support/store_bytes.h"
 
 namespace korin::test {
 namespace {
@@ -30,14 +31,7 @@ struct Result {
 
 Result ResultOf(CImage& image) {
   Result result;
-  result.bytes.resize(static_cast<std::size_t>(image.GetImageSize()));
-  BYTE* to = result.bytes.data();
-  const auto lineBytes = static_cast<std::size_t>(image.GetWidth() * image.GetBytesPixel());
-  for (int plane = 0; plane < image.GetPlanes(); ++plane) {
-    for (int y = 0; y < image.GetHeight(); ++y, to += lineBytes) {
-      std::memcpy(to, image.Store()->GetImageAdr(0, y, plane, false, false, nullptr), lineBytes);
-    }
-  }
+  result.bytes = StoreBytes(*image.Store());
   for (const double value : {image.GetBscale(), image.GetBzero()}) {
     result.attributes.push_back(Bits(value));
   }
@@ -72,7 +66,7 @@ TEST_F(ChangeBits, EveryPairAndLevelIsTheSameUnderEveryLayout) {
             image.AllocLevel();
             for (int plane = 0; plane < 3; ++plane) image.SetLevel(plane, -10.0 * plane, 100.0);
             manager->SetAllocationPolicy(layout.measuredUnder);
-            ASSERT_TRUE(image.ChangeBits(type, isSigned, level, CImage::ProgressPtr()));
+            ASSERT_TRUE(image.ChangeBits(type, isSigned, level, kSilent));
             const Result result = ResultOf(image);
             if (!expected) expected = result;
             EXPECT_EQ(result, *expected) << layout.name << " from " << kind << " to " << type;
@@ -91,7 +85,7 @@ TEST_F(ChangeBits, ModesMapValuesAndScalingAsStated) {
                                                      double s = 1.0, double z = 0.0) {
       CImage image = MakeImage<S>(manager, {static_cast<int>(pixels.size()), 1, 1}, pixels, s, z);
       image.SetDefaultLevel();
-      EXPECT_TRUE(image.ChangeBits(TypeOf<D>(), std::is_signed_v<D>, level, CImage::ProgressPtr()));
+      EXPECT_TRUE(image.ChangeBits(TypeOf<D>(), std::is_signed_v<D>, level, kSilent));
       return std::tuple(ReadPixels<D>(image), image.GetBscale(), image.GetBzero());
     };
     using U8 = std::vector<std::uint8_t>;
@@ -130,7 +124,7 @@ TEST_F(ChangeBits, PlanesAreCookedOneByOneAndCutTogether) {
     CImage image = MakeImage<std::uint16_t>(manager, {2, 1, 3}, {0, 100, 0, 100, 0, 2});
     image.LevelMinRef() = {0.0, 50.0};
     image.LevelMaxRef() = {100.0, 200.0};
-    ASSERT_TRUE(image.ChangeBits(CImage::DataTypeInt8, true, Level::Cooked, CImage::ProgressPtr()));
+    ASSERT_TRUE(image.ChangeBits(CImage::DataTypeInt8, true, Level::Cooked, kSilent));
     // A plane without levels shows 0 to 1.
     EXPECT_EQ(ReadPixels<std::uint8_t>(image), (std::vector<std::uint8_t>{0, 255, 0, 85, 0, 255}));
     EXPECT_EQ(image.GetBscale(), 100.0 / 255.0);
@@ -141,7 +135,7 @@ TEST_F(ChangeBits, PlanesAreCookedOneByOneAndCutTogether) {
 
     // Raw cuts around the average of the first plane, whatever the others hold.
     CImage wide = MakeImage<std::int16_t>(manager, {2, 1, 2}, {0, 100, 1000, -1000});
-    ASSERT_TRUE(wide.ChangeBits(CImage::DataTypeInt8, true, Level::Raw, CImage::ProgressPtr()));
+    ASSERT_TRUE(wide.ChangeBits(CImage::DataTypeInt8, true, Level::Raw, kSilent));
     EXPECT_EQ(ReadPixels<std::uint8_t>(wide), (std::vector<std::uint8_t>{0, 50, 255, 0}));
     EXPECT_EQ(wide.GetBzero(), 50.0);
   }
@@ -157,12 +151,12 @@ TEST_F(ChangeBits, TheRandomSequenceGoesOnAsAfterCopies) {
     // In place an integer conversion works from a copy, then assigns the result.
     CImage source;
     if (toInteger) source = start;
-    const auto clone = (toInteger ? source : start).CloneWithoutImage(type, CImage::ProgressPtr());
+    const auto clone = (toInteger ? source : start).CloneWithoutImage(type, kSilent);
     CImage expected;
     expected = *clone;
     CImage converted(std::move(start));
     start = image;
-    ASSERT_TRUE(converted.ChangeBits(type, true, Level::MinMax, CImage::ProgressPtr()));
+    ASSERT_TRUE(converted.ChangeBits(type, true, Level::MinMax, kSilent));
     EXPECT_EQ(converted.GetHistogramCullXRef(), expected.GetHistogramCullXRef());
     EXPECT_EQ(converted.GetHistogramCullYRef(), expected.GetHistogramCullYRef());
   }
@@ -197,14 +191,13 @@ TEST_F(ChangeBits, AutomaticAsksTheLevels) {
   image.SetLevel(0, 0.0, 256.0);
   EXPECT_TRUE(image.IsBitsChangeable(CImage::DataTypeInt8, false));  // inclusive
   CImage raw(image);
-  ASSERT_TRUE(raw.ChangeBits(CImage::DataTypeInt8, false, Level::Automatic, CImage::ProgressPtr()));
+  ASSERT_TRUE(raw.ChangeBits(CImage::DataTypeInt8, false, Level::Automatic, kSilent));
   EXPECT_EQ(ReadPixels<std::uint8_t>(raw), (std::vector<std::uint8_t>{0, 150}));
   image.SetLevel(0, 0.0, 257.0);
   EXPECT_FALSE(image.IsBitsChangeable(CImage::DataTypeInt8, false));
   EXPECT_TRUE(image.IsBitsChangeable(CImage::DataTypeFloat, false));
   EXPECT_FALSE(image.IsBitsChangeableRaw(CImage::DataTypeInt32, {NAN}, {1.0}, false));
-  ASSERT_TRUE(
-      image.ChangeBits(CImage::DataTypeInt8, false, static_cast<Level>(9), CImage::ProgressPtr()));
+  ASSERT_TRUE(image.ChangeBits(CImage::DataTypeInt8, false, static_cast<Level>(9), kSilent));
   EXPECT_EQ(ReadPixels<std::uint8_t>(image), (std::vector<std::uint8_t>{0, 255}));
 }
 
@@ -214,34 +207,29 @@ TEST_F(ChangeBits, ShortCutsAndRefusals) {
   const CImage other = MakeImage<float>(manager, {1, 1, 1}, {9});
   image.SetSigned(true);
   const BYTE* address = image.Store()->GetImageAdr(0, 0, 0, false, false, nullptr);
-  EXPECT_TRUE(
-      image.ChangeBits(&other, CImage::DataTypeInt8, false, Level::MinMax, CImage::ProgressPtr()));
+  EXPECT_TRUE(image.ChangeBits(&other, CImage::DataTypeInt8, false, Level::MinMax, kSilent));
   EXPECT_FALSE(image.IsSigned());
   EXPECT_EQ(image.Store()->GetImageAdr(0, 0, 0, false, false, nullptr), address);
   for (const int type : {24, 0, -8, 64, -65}) {
-    EXPECT_FALSE(image.ChangeBits(static_cast<CImage::DataType>(type), true, Level::Raw,
-                                  CImage::ProgressPtr()));
+    EXPECT_FALSE(image.ChangeBits(static_cast<CImage::DataType>(type), true, Level::Raw, kSilent));
   }
-  EXPECT_FALSE(CImage().ChangeBits(CImage::DataTypeInt8, false, Level::Raw, CImage::ProgressPtr()));
+  EXPECT_FALSE(CImage().ChangeBits(CImage::DataTypeInt8, false, Level::Raw, kSilent));
   CImage orphan = MakeImage<std::uint8_t>(MakeManager(4096, 9), {1, 1, 1}, {1});
   for (const auto type : {CImage::DataTypeFloat, CImage::DataTypeInt16}) {
-    EXPECT_FALSE(orphan.ChangeBits(type, true, Level::Raw, CImage::ProgressPtr()));
+    EXPECT_FALSE(orphan.ChangeBits(type, true, Level::Raw, kSilent));
   }
   // A cast from a type to itself does not exist; the flag is set all the same.
-  EXPECT_FALSE(
-      image.ChangeBits(&other, CImage::DataTypeFloat, true, Level::Raw, CImage::ProgressPtr()));
+  EXPECT_FALSE(image.ChangeBits(&other, CImage::DataTypeFloat, true, Level::Raw, kSilent));
   EXPECT_TRUE(image.IsSigned());
   EXPECT_EQ(ReadPixels<std::uint8_t>(image), (std::vector<std::uint8_t>{1, 2, 3, 4}));
 
   // Another image as source: the result is its conversion, in its own store.
   CImage made;
-  ASSERT_TRUE(
-      made.ChangeBits(&image, CImage::DataTypeInt16, false, Level::Raw, CImage::ProgressPtr()));
+  ASSERT_TRUE(made.ChangeBits(&image, CImage::DataTypeInt16, false, Level::Raw, kSilent));
   EXPECT_EQ(ReadPixels<std::uint16_t>(made), (std::vector<std::uint16_t>{1, 2, 3, 4}));
   EXPECT_EQ(made.GetWidth(), 2);
   // The image itself as source is no source.
-  ASSERT_TRUE(
-      made.ChangeBits(&made, CImage::DataTypeInt32, true, Level::Raw, CImage::ProgressPtr()));
+  ASSERT_TRUE(made.ChangeBits(&made, CImage::DataTypeInt32, true, Level::Raw, kSilent));
   EXPECT_EQ(ReadPixels<std::int32_t>(made), (std::vector<std::int32_t>{1, 2, 3, 4}));
   EXPECT_TRUE(made.IsSigned());
 }
@@ -253,7 +241,7 @@ TEST_F(ChangeBits, RefusedMemoryKeepsTheImageAndTheHeaderObjectStays) {
   CImage image = MakeImage(manager, shape, pixels);
   image.Header().Add(L"OBJECT  = 'M13'");
   CHeader* header = &image.Header();
-  EXPECT_FALSE(image.ChangeBits(CImage::DataTypeDouble, true, Level::Raw, CImage::ProgressPtr()));
+  EXPECT_FALSE(image.ChangeBits(CImage::DataTypeDouble, true, Level::Raw, kSilent));
   EXPECT_EQ(ReadPixels<std::uint16_t>(image), pixels);
   EXPECT_EQ(manager->GetAllocatedBlocks(), 2);
 
@@ -271,7 +259,7 @@ TEST_F(ChangeBits, RefusedMemoryKeepsTheImageAndTheHeaderObjectStays) {
   const auto small = MakeManager(8192, 1, 100);
   small->SetAllocationPolicy(Policy::Image);
   CImage lost = MakeImage(small, shape, pixels);
-  ASSERT_TRUE(lost.ChangeBits(CImage::DataTypeInt8, false, Level::MinMax, CImage::ProgressPtr()));
+  ASSERT_TRUE(lost.ChangeBits(CImage::DataTypeInt8, false, Level::MinMax, kSilent));
   EXPECT_EQ(lost.GetMinMaxRaw(0), std::tuple(0.0, 0.0));
 }
 

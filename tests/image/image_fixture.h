@@ -13,11 +13,11 @@
 #include "korinimage/image.h"
 #include "korinimage/threads.h"
 #include "support/memory_config.h"
-#include "vm/manager_impl.h"
+#include "support/small_manager.h"
 
 namespace korin::test {
 
-using Policy = CVmManager::AllocationPolicy;
+inline const CImage::ProgressPtr kSilent;  // nobody watches
 
 // How an image is kept: the answers must not depend on it.
 struct Layout {
@@ -28,16 +28,6 @@ struct Layout {
   Policy measuredUnder;
   int threads;
 };
-
-inline std::shared_ptr<CVmManager> MakeManager(std::int32_t blockSize, std::int64_t capacity,
-                                               std::int64_t diskBlocks = 4000) {
-  auto configuration = CVmManagerConfiguration::DefaultConfiguration();
-  configuration->BlockSize = blockSize;
-  vm::ManagerSeams seams;
-  seams.budgetBytes = capacity * blockSize;
-  seams.diskLimitBlocks = diskBlocks;
-  return std::make_shared<CVmManagerImpl>(std::move(configuration), std::move(seams));
-}
 
 // (DataType, signed flag) of an element type.
 template <typename T>
@@ -101,7 +91,7 @@ template <typename T>
 CImage MakeImage(const std::shared_ptr<CVmManager>& manager, const Shape& shape,
                  const std::vector<T>& pixels, double bscale = 1.0, double bzero = 0.0) {
   CImage image(manager, TypeOf<T>(), shape.width, shape.height, shape.planes, bscale, bzero,
-               std::is_signed_v<T>, CImage::ProgressPtr());
+               std::is_signed_v<T>, kSilent);
   WritePixels(image, pixels);
   return image;
 }

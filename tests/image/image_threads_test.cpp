@@ -40,8 +40,8 @@ TEST_F(ImageThreadsTest, ReadersWritersAndConversionsBesideEachOther) {
         wrong += low == value && high == value ? 0 : 1;
         // An image of the thread's own comes, is converted and goes.
         CImage own(mine);
-        wrong += own.ChangeBits(CImage::DataTypeFloat, true, CImage::ChangeBitsLevel::Raw,
-                                CImage::ProgressPtr())
+        WritePixels(own, pixels);  // through locks
+        wrong += own.ChangeBits(CImage::DataTypeFloat, true, CImage::ChangeBitsLevel::Raw, kSilent)
                      ? 0
                      : 1;
         wrong += own.GetMinMaxAvr(-1) == expected ? 0 : 1;

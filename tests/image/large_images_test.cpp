@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "image/image_fixture.h"
-#include "vm/vm_test_support.h"
+#include "vm/counting_backends.h"
 
 namespace korin::test {
 namespace {
@@ -11,28 +11,47 @@ namespace {
 constexpr std::int64_t kGiB = std::int64_t{1} << 30;
 constexpr std::int32_t kLargeBlock = 8 << 20;
 
-class SharedMemory : public CVmMemoryInterface {
- public:
-  explicit SharedMemory(std::vector<BYTE>& bytes) : m_bytes(bytes) {}
-  void* GetAddress() override { return m_bytes.data(); }
-  const void* GetAddress() const override { return m_bytes.data(); }
-  bool IsNull() const override { return false; }
-  bool IsValid() const override { return true; }
-
- private:
-  std::vector<BYTE>& m_bytes;
-};
-
 class LargeImagesTest : public VmTest {
  protected:
-  std::shared_ptr<CVmManagerImpl> Create(std::int64_t bytes) {
-    vm::ManagerSeams seams;
-    seams.memory = [this](std::int64_t) { return std::make_unique<SharedMemory>(m_bytes); };
-    return CreateManagerForTest(kLargeBlock, bytes / kLargeBlock, 0, seams);
+  std::shared_ptr<CVmManagerImpl> Create(std::int64_t capacityBytes, std::int64_t limitBytes = 0) {
+    return CreateCountedManager(m_usage, kLargeBlock, capacityBytes / kLargeBlock,
+                                limitBytes / kLargeBlock, m_bytes.data());
   }
 
+  Usage m_usage;
   std::vector<BYTE> m_bytes = std::vector<BYTE>(kLargeBlock);
 };
+
+TEST_F(LargeImagesTest, OneBlockOfAnySizeGoesOutAndComesBack) {
+  for (const std::int64_t bytes : {3 * kGiB, 5 * kGiB, 9 * kGiB + kLargeBlock, 1024 * kGiB}) {
+    const std::int64_t blocks = bytes / kLargeBlock;
+    m_usage.bytesRead = m_usage.bytesWritten = 0;
+    m_usage.disk.now = 0;
+    const auto manager = Create(bytes + 4 * kLargeBlock, 2 * bytes);
+    manager->SetAllocationPolicy(Policy::Image);
+    CVmImage image(manager, 8, 4096, bytes / 4096, 1, nullptr);
+    EXPECT_EQ(image.GetVmHandle()->GetBlockSize(), bytes);
+    EXPECT_EQ(m_usage.memory.now, bytes);
+    EXPECT_EQ(manager->GetAllocatedBlocks(), blocks);
+    if (sizeof(void*) == 8) {
+      const BYTE* first = image.GetImageAdr(0, 0, 0, true, false, nullptr);
+      const BYTE* last = image.GetImageAdr(4095, bytes / 4096 - 1, 0, true, false, nullptr);
+      EXPECT_EQ(reinterpret_cast<std::uintptr_t>(last) - reinterpret_cast<std::uintptr_t>(first),
+                static_cast<std::uintptr_t>(bytes - 1));
+    }
+    CVmImage second(manager, 8, 4096, bytes / 4096, 1, nullptr);
+    EXPECT_FALSE(second.IsOnMemory());
+    EXPECT_NE(second.GetBlockOnMemory(0, true), nullptr);  // the first goes out
+    EXPECT_EQ(m_usage.lastSeek, bytes);
+    EXPECT_EQ(m_usage.bytesWritten, bytes);
+    EXPECT_NE(image.GetBlockOnMemory(0, false), nullptr);
+    EXPECT_EQ(m_usage.bytesRead, bytes);
+    EXPECT_LE(m_usage.largest, kGiB);
+    EXPECT_EQ(m_usage.memory.now, bytes);
+    EXPECT_EQ(manager->GetDiskUsedBytes(), 2 * bytes);
+    EXPECT_EQ(manager->Inspect().fault, "");
+  }
+}
 
 TEST_F(LargeImagesTest, AreFilledAndMeasuredToTheLastPixel) {
   if (kPoison) GTEST_SKIP() << "blocks that are let go would be moved, one by one";
@@ -45,7 +64,7 @@ TEST_F(LargeImagesTest, AreFilledAndMeasuredToTheLastPixel) {
                                                     Case{CImage::DataTypeInt16, 32769, 27309, 3}}) {
     const std::int64_t pixels = std::int64_t{width} * height * planes;
     const auto manager = Create(6 * kGiB);
-    CImage image(manager, type, width, height, planes, 1.0, 0.0, false, CImage::ProgressPtr());
+    CImage image(manager, type, width, height, planes, 1.0, 0.0, false, kSilent);
     EXPECT_EQ(image.GetImageSize(), pixels * type / 8);
     ASSERT_TRUE(image.Fill(-1, 7.0));
     // The last pixel of all, in a buffer that every block shows.
@@ -68,16 +87,21 @@ TEST_F(LargeImagesTest, AreFilledAndMeasuredToTheLastPixel) {
 
 TEST_F(LargeImagesTest, ATebibyteIsCountedAndAddressed) {
   const auto manager = Create(2048 * kGiB);
-  CImage image(manager, CImage::DataTypeDouble, 1 << 18, 1 << 18, 2, 1.0, 0.0, true,
-               CImage::ProgressPtr());
+  CImage image(manager, CImage::DataTypeDouble, 1 << 18, 1 << 18, 2, 1.0, 0.0, true, kSilent);
   EXPECT_EQ(image.GetImageSize(), 1024 * kGiB);
   EXPECT_EQ(image.GetBlockCount(), 1024 * kGiB / kLargeBlock);
   EXPECT_EQ(manager->GetMemoryUsedBlocks(), 1024 * kGiB / kLargeBlock);
   const BYTE* last =
       image.Store()->GetImageAdr((1 << 18) - 1, (1 << 18) - 1, 1, false, false, nullptr);
   EXPECT_EQ(last - m_bytes.data(), kLargeBlock - 8);
-  EXPECT_FALSE(image.ChangeSize(1 << 20, 1 << 20, CImage::ProgressPtr())) << "no room for 16 TiB";
+  EXPECT_FALSE(image.ChangeSize(1 << 20, 1 << 20, kSilent)) << "no room for 16 TiB";
   EXPECT_EQ(image.GetImageSize(), 1024 * kGiB);
+
+  manager->SetAllocationPolicy(Policy::Planes);
+  const CVmImage planes(manager, -64, 1 << 18, 1 << 17, 2, nullptr);
+  EXPECT_EQ(planes.GetBlockCount(), 2);
+  EXPECT_EQ(planes.GetLineRun(1, (1 << 17) - 1).firstLine, (1 << 17) - 1);
+  EXPECT_TRUE(planes.HasWholePlanes());
 }
 
 }  // namespace

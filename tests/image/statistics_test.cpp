@@ -88,38 +88,6 @@ TYPED_TEST(Statistics, DoNotDependOnTheLayout) {
   }
 }
 
-TYPED_TEST(Statistics, AgreeWithPlainLoops) {
-  const auto pixels = RandomPixels<TypeParam>(this->kShape, 7);
-  const auto planePixels = static_cast<std::size_t>(this->kShape.width * this->kShape.height);
-  for (const auto* layouts : {&kKernelLayouts[1], &kRowLayouts[1]}) {
-    const CImage image = this->Make(*layouts, pixels, 1.0, 0.0);
-    for (int plane = -1; plane < 3; ++plane) {
-      const auto first =
-          pixels.begin() + std::max(plane, 0) * static_cast<std::ptrdiff_t>(planePixels);
-      const std::vector<double> values(
-          first, plane < 0 ? pixels.end() : first + static_cast<std::ptrdiff_t>(planePixels));
-      const auto [low, high] = std::minmax_element(values.begin(), values.end());
-      const double n = static_cast<double>(values.size());
-      const double mean = std::accumulate(values.begin(), values.end(), 0.0) / n;
-      double squares = 0.0;
-      for (const double v : values) squares += (v - mean) * (v - mean);
-      const auto [min, max, average] = image.GetMinMaxAvrRaw(plane);
-      EXPECT_EQ(min, *low);
-      EXPECT_EQ(max, *high);
-      EXPECT_EQ(image.GetMinMaxRaw(plane), std::tuple(min, max));
-      const double scale = std::max(std::abs(*low), std::abs(*high));
-      EXPECT_NEAR(average, mean, 1e-12 * scale);
-      EXPECT_EQ(image.GetAverageRaw(plane), average);
-      if (plane >= 0) {
-        EXPECT_NEAR(image.GetStdDevRaw(plane), std::sqrt(squares / n), 1e-6 * scale);
-      }
-      const auto histogram = image.Histogram(plane, 64);
-      // The row path's last bin holds the maximum; the kernels' lies beyond the end.
-      EXPECT_NEAR(std::accumulate(histogram.begin(), histogram.end(), 0.0), n, n / 100.0);
-    }
-  }
-}
-
 using StatisticsRules = ImageTest;
 
 CImage Two(double bscale, double bzero, Policy policy) {
@@ -241,7 +209,7 @@ TEST_F(StatisticsRules, AllPlanesCombineDifferentlyOnTheTwoPaths) {
 TYPED_TEST(Statistics, OfNoPlanesAreTheStartingValues) {
   const auto manager = MakeManager(4096, 10);
   const CImage none(manager, TypeOf<TypeParam>(), 4, 4, 0, 1, 0, std::is_signed_v<TypeParam>,
-                    CImage::ProgressPtr());
+                    kSilent);
   using Limits = std::numeric_limits<TypeParam>;
   constexpr double kLargest = std::numeric_limits<double>::max();
   EXPECT_EQ(none.GetMinMaxAvrRaw(-1), std::tuple(kLargest, -kLargest, 0.0));
@@ -270,15 +238,6 @@ TEST_F(StatisticsRules, SinglePixels) {
   EXPECT_EQ(pixelOf(std::uint8_t{200}, true), 200.0);
 }
 
-TEST_F(StatisticsRules, PlaneThatCannotComeInIsAnAllocationError) {
-  const auto manager = MakeManager(4096, 1, 100);
-  manager->SetAllocationPolicy(Policy::Image);
-  CImage image(manager, CImage::DataTypeInt8, 100, 100, 1, 1, 0, false, CImage::ProgressPtr());
-  EXPECT_THROW((void)image.GetMinMaxRaw(0), CVmMemoryAllocationError);
-  EXPECT_THROW((void)image.GetAverageRaw(0), CVmMemoryAllocationError);
-  EXPECT_THROW((void)image.Fill(0, 1.0), CVmMemoryAllocationError);
-}
-
 TEST_F(StatisticsRules, AttributesThatOutgrowTheStoreAreRefused) {
   const auto manager = MakeManager(4096, 100);
   CImage image = MakeImage<std::uint8_t>(manager, {4, 4, 1}, std::vector<std::uint8_t>(16, 5));
@@ -286,8 +245,8 @@ TEST_F(StatisticsRules, AttributesThatOutgrowTheStoreAreRefused) {
     EXPECT_THROW((void)image.GetAverageRaw(0), CVmMemoryAllocationError);
     EXPECT_THROW((void)image.GetPixel(0, 0, 0), CVmMemoryAllocationError);
     EXPECT_THROW((void)image.Fill(0, 1.0), CVmMemoryAllocationError);
-    EXPECT_FALSE(image.ChangeBits(CImage::DataTypeInt32, false, CImage::ChangeBitsLevel::Raw,
-                                  CImage::ProgressPtr()));
+    EXPECT_FALSE(
+        image.ChangeBits(CImage::DataTypeInt32, false, CImage::ChangeBitsLevel::Raw, kSilent));
   };
   for (const Policy policy : {Policy::Blocks, Policy::Planes}) {
     manager->SetAllocationPolicy(policy);

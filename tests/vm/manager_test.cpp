@@ -4,12 +4,10 @@
 
 #include "korinimage/exceptions.h"
 #include "support/recording_progress.h"
-#include "vm/vm_test_support.h"
+#include "vm/counting_backends.h"
 
 namespace korin::test {
 namespace {
-
-using Policy = CVmManager::AllocationPolicy;
 
 class ManagerTest : public VmTest {};
 
@@ -126,19 +124,6 @@ TEST_F(ManagerTest, AHandleOutlivesItsManager) {
   EXPECT_EQ(handle->VmManager(), nullptr);
 }
 
-TEST_F(ManagerTest, PlacingReportsEachNewPercentage) {
-  const auto manager = CreateManagerForTest(kBlock, 4, 1000);
-  const auto sink = std::make_shared<RecordingProgress>();
-  std::shared_ptr<CVmHandle> handle;
-  manager->AllocHandle(handle, 3, sink);
-  EXPECT_EQ(sink->calls, (std::vector<std::string>{"update 33", "update 66", "update 100"}));
-  manager->ReleaseHandle(handle);
-  sink->updates.clear();
-  manager->AllocHandle(handle, 300, sink);
-  ASSERT_EQ(sink->updates.size(), 101U);
-  for (int i = 0; i <= 100; ++i) EXPECT_EQ(sink->updates[static_cast<std::size_t>(i)], i);
-}
-
 // A sink may use the manager, even evict what is being placed.
 class BusySink : public RecordingProgress {
  public:
@@ -183,88 +168,24 @@ TEST_F(ManagerTest, ASinkThatThrowsOrWorksLeavesNothingBehind) {
   EXPECT_EQ(manager->Inspect().fault, "");
 }
 
-TEST_F(ManagerTest, NewBlocksReadAsZerosWhateverWasThereBefore) {
-  const auto manager = CreateManagerForTest(kBlock, 2, 6);
-  for (int round = 0; round < 3; ++round) {
-    std::shared_ptr<CVmHandle> handle;
-    manager->AllocHandle(handle, 6, nullptr);
-    ASSERT_NE(handle, nullptr);
-    for (std::int64_t i = 0; i < 6; ++i) {
-      BYTE* block = manager->GetBlockAddress(handle, i, true);
-      ASSERT_NE(block, nullptr);
-      for (int b = 0; b < kBlock; ++b) ASSERT_EQ(block[b], 0);
-      std::fill(block, block + kBlock, BYTE{0x5c});
-    }
-    manager->ReleaseHandle(handle);
-  }
-}
-
-TEST_F(ManagerTest, LocksKeepBlocksAndNeverGoBelowZero) {
-  const auto manager = CreateManagerForTest(kBlock, 1, 4);
-  std::shared_ptr<CVmHandle> handle;
-  manager->AllocHandle(handle, 2, nullptr);
-  EXPECT_FALSE(manager->IsOnMemory(handle));
-  EXPECT_FALSE(manager->LockBlock(handle, true, 1));
-  EXPECT_TRUE(manager->LockBlock(handle, false, 0));
-  EXPECT_TRUE(manager->LockBlock(handle, true, 0));
-  EXPECT_FALSE(manager->MakeRoom(handle));
-  EXPECT_EQ(manager->GetBlockAddress(handle, 1, false), nullptr);
-  EXPECT_EQ(manager->GetDiskUsedBytes(), kBlock);  // nothing was written for it
-  manager->UnlockAll(handle);
-  EXPECT_NE(manager->GetBlockAddress(handle, 1, false), nullptr);
-  EXPECT_FALSE(manager->LockBlock(handle, false, 0));
-
-  // A guard is not a lock: unlocking leaves it.
-  ASSERT_NE(manager->MapBlock(handle, 1, false, BlockIntent::Read), nullptr);
-  manager->UnlockAll(handle);
-  EXPECT_EQ(manager->GetBlockAddress(handle, 0, false), nullptr);
-  manager->UnmapBlock(handle, 1);
-  EXPECT_NE(manager->GetBlockAddress(handle, 0, false), nullptr);
-}
-
-// A backend that counts what is written.
-class CountingSwap : public CVmVirtualMemory {
- public:
-  explicit CountingSwap(std::unique_ptr<CVmVirtualMemory> file) : m_file(std::move(file)) {}
-  bool IsOpen() const override { return m_file->IsOpen(); }
-  bool Seek(std::int64_t offset) override { return m_file->Seek(offset); }
-  bool Truncate(std::int64_t offset) override { return m_file->Truncate(offset); }
-  bool Read(void* buffer, std::int64_t size) override {
-    ++reads;
-    return m_file->Read(buffer, size);
-  }
-  bool Write(const void* buffer, std::int64_t size) override {
-    ++writes;
-    return m_file->Write(buffer, size);
-  }
-  std::wstring GetPath() const override { return m_file->GetPath(); }
-  int reads = 0;
-  int writes = 0;
-
- private:
-  std::unique_ptr<CVmVirtualMemory> m_file;
-};
-
 TEST_F(ManagerTest, CleanBlocksAreNotWrittenAndOverwrittenOnesNotRead) {
-  CountingSwap* swap = nullptr;
+  Usage usage;
   vm::ManagerSeams seams;
-  seams.swap = [&](const std::filesystem::path& folder) {
-    auto made = std::make_unique<CountingSwap>(CVmVirtualMemory::Create(folder));
-    swap = made.get();
-    return made;
+  seams.swap = [&](const std::filesystem::path&) {
+    return std::make_unique<CountedSwap>(usage, true);
   };
   const auto manager = CreateManagerForTest(kBlock, 2, 20, seams);
   std::shared_ptr<CVmHandle> handle;
   manager->AllocHandle(handle, 6, nullptr);
   const auto pass = [&](BlockIntent intent, bool flag) {
-    swap->reads = swap->writes = 0;
+    usage.reads = usage.writes = 0;
     for (std::int64_t i = 0; i < 6; ++i) {
       BYTE* block = manager->MapBlock(handle, i, flag, intent);
       if (intent != BlockIntent::Read) std::fill(block, block + kBlock, static_cast<BYTE>(i));
       EXPECT_EQ(block[100], static_cast<BYTE>(i));
       manager->UnmapBlock(handle, i);
     }
-    return std::pair(swap->reads, swap->writes);
+    return std::pair(usage.reads, usage.writes);
   };
   EXPECT_EQ(pass(BlockIntent::Overwrite, false).first, 0);
   pass(BlockIntent::Read, true);  // flushes; the flag is not what counts
@@ -276,32 +197,41 @@ TEST_F(ManagerTest, CleanBlocksAreNotWrittenAndOverwrittenOnesNotRead) {
   // New blocks are zeros whatever memory they get; untouched ones go without a transfer.
   manager->ReleaseHandle(handle);
   manager->AllocHandle(handle, 6, nullptr);
-  swap->reads = swap->writes = 0;
+  usage.reads = usage.writes = 0;
   for (const std::int64_t i : {2, 3, 0, 1, 4, 5}) {
     const BYTE* block = manager->GetBlockAddress(handle, i, false);
     EXPECT_EQ(std::count(block, block + kBlock, BYTE{0}), kBlock) << i;
   }
-  EXPECT_EQ(std::pair(swap->reads, swap->writes), std::pair(0, 0));
+  EXPECT_EQ(std::pair(usage.reads, usage.writes), std::pair(0, 0));
   manager->ReleaseHandle(handle);
   manager->AllocHandle(handle, 2, nullptr);
   for (const std::int64_t i : {0, 1}) EXPECT_EQ(manager->GetBlockAddress(handle, i, true)[9], 0);
 }
 
 TEST_F(ManagerTest, ABudgetBelowOneBlockIsAnErrorThatNamesIt) {
-  const auto manager = CreateManagerForTest(kBlock, 1, 10);
-  manager->SetAllocationPolicy(Policy::Image);
-  CVmImage image(manager, 8, kBlock, 2, 1, nullptr);  // two manager blocks
-  EXPECT_FALSE(image.IsOnMemory());
-  EXPECT_EQ(image.GetBlockOnMemory(0, true), nullptr);
-  EXPECT_FALSE(image.PinBlock(0, BlockIntent::Read));
-  try {
-    image.GetImageAdr(0, 0, 0, true, true, nullptr);
-    ADD_FAILURE() << "there was no room";
-  } catch (const CVmMemoryAllocationError& error) {
-    EXPECT_EQ(error.Figures().requested, 2 * kBlock);
-    EXPECT_EQ(error.Figures().used, 0);
-    EXPECT_EQ(error.Figures().allowed, kBlock);
-    EXPECT_NE(std::string(error.what()).find("8192"), std::string::npos);
+  for (const std::int64_t budget : {std::int64_t{0}, std::int64_t{1000}, std::int64_t{kBlock}}) {
+    vm::ManagerSeams seams;
+    seams.budgetBytes = budget;
+    seams.diskLimitBlocks = 10;
+    auto configuration = CVmManagerConfiguration::DefaultConfiguration();
+    configuration->BlockSize = kBlock;
+    const auto manager = std::make_shared<CVmManagerImpl>(std::move(configuration), seams);
+    EXPECT_EQ(manager->GetComfortableBlocks(), 1);
+    manager->SetAllocationPolicy(Policy::Image);
+    CVmImage image(manager, 8, kBlock, 2, 1, nullptr);  // two manager blocks
+    EXPECT_FALSE(image.IsOnMemory());
+    EXPECT_EQ(image.GetBlockOnMemory(0, true), nullptr);
+    EXPECT_FALSE(image.PinBlock(0, BlockIntent::Read));
+    try {
+      image.GetImageAdr(0, 0, 0, true, true, nullptr);
+      ADD_FAILURE() << "there was no room";
+    } catch (const CVmMemoryAllocationError& error) {
+      EXPECT_EQ(error.Figures().requested, 2 * kBlock);
+      EXPECT_EQ(error.Figures().used, 0);
+      EXPECT_EQ(error.Figures().allowed, budget / kBlock * kBlock);
+      EXPECT_NE(std::string(error.what()).find("8192"), std::string::npos);
+      EXPECT_NE(std::string(error.what()).find("MinMemorySize"), std::string::npos);
+    }
   }
   // The same for the limit of the swap file, reached to the block.
   const auto full = CreateManagerForTest(kBlock, 1, 2);
@@ -313,6 +243,24 @@ TEST_F(ManagerTest, ABudgetBelowOneBlockIsAnErrorThatNamesIt) {
     EXPECT_EQ(error.Figures().allowed, 2 * kBlock);
     EXPECT_NE(std::string(error.what()).find("MaxDiskSize"), std::string::npos);
   }
+}
+
+TEST_F(ManagerTest, AnUnreadableBlockIsNamedAndStaysWhereItIs) {
+  const auto manager = CreateManagerForTest(kBlock, 1, 4);
+  CVmImage image(manager, 8, kBlock, 2, 1, nullptr);
+  ASSERT_TRUE(FillPattern(image, 1));  // the second block pushes the first out
+  {
+    const FaultAt at(1, platform::Fault::kIoError, true, {platform::Call::kReadFile});
+    try {
+      image.GetImageAdr(0, 0, 0, false, false, nullptr);
+      ADD_FAILURE() << "the block could not be read";
+    } catch (const CVmMemoryAllocationError& error) {
+      EXPECT_NE(std::string(error.what()).find("~QV"), std::string::npos) << error.what();
+    }
+    EXPECT_EQ(image.GetVmHandle()->GetType(0), CVmBlock::Type::Swap);
+  }
+  EXPECT_TRUE(HasPattern(image, 1));
+  EXPECT_EQ(manager->Inspect().fault, "");
 }
 
 }  // namespace

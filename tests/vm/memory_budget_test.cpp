@@ -1,9 +1,10 @@
 #include <limits>
 #include <string>
+#include <tuple>
 #include <utility>
 #include <vector>
 
-#include "platform/process.h"
+#include "support/temporary_folder.h"
 #include "vm/binary_units.h"
 #include "vm/memory_budget.h"
 #include "vm/swap_space.h"
@@ -82,37 +83,56 @@ TEST(DiskBudget, TakesFourFifthsWithoutOverflow) {
 
 class ConfigurationTest : public VmTest {};
 
-// Notes which values are read, written and deleted.
-class NotingConfig : public MemoryConfig {
+// A store of the application's own that notes which values are read, written and
+// deleted.
+class NotingConfig : public Config {
  public:
-  std::wstring ReadString(std::string_view section, std::string_view key,
-                          std::wstring_view fallback) const override {
-    Note("read ", key);
-    return MemoryConfig::ReadString(section, key, fallback);
+  using View = std::string_view;
+  int ReadInt(View section, View key, int fallback) const override {
+    return Note("read ", key).ReadInt(section, key, fallback);
   }
-  void WriteString(std::string_view section, std::string_view key,
-                   std::wstring_view value) override {
-    Note("write ", key);
-    MemoryConfig::WriteString(section, key, value);
+  std::int64_t ReadInt64(View section, View key, std::int64_t fallback) const override {
+    return Note("read ", key).ReadInt64(section, key, fallback);
   }
-  void DeleteValue(std::string_view section, std::string_view key) override {
-    Note("delete ", key);
-    MemoryConfig::DeleteValue(section, key);
+  double ReadDouble(View section, View key, double fallback) const override {
+    return Note("read ", key).ReadDouble(section, key, fallback);
   }
-  std::vector<std::string> Take() { return std::exchange(calls, {}); }
+  bool ReadBool(View section, View key, bool fallback) const override {
+    return Note("read ", key).ReadBool(section, key, fallback);
+  }
+  std::wstring ReadString(View section, View key, std::wstring_view fallback) const override {
+    return Note("read ", key).ReadString(section, key, fallback);
+  }
+  void WriteInt(View section, View key, int value) override {
+    Note("write ", key).WriteInt(section, key, value);
+  }
+  void WriteInt64(View section, View key, std::int64_t value) override {
+    Note("write ", key).WriteInt64(section, key, value);
+  }
+  void WriteString(View section, View key, std::wstring_view value) override {
+    Note("write ", key).WriteString(section, key, value);
+  }
+  void DeleteValue(View section, View key) override {
+    Note("delete ", key).DeleteValue(section, key);
+  }
+  std::vector<std::string> Take() { return std::exchange(m_calls, {}); }
 
  private:
-  void Note(const char* what, std::string_view key) const {
-    calls.push_back(what + std::string(key));
+  Config& Note(const char* what, View key) const {
+    m_calls.push_back(what + std::string(key));
+    return *m_values;
   }
-  mutable std::vector<std::string> calls;
+  mutable std::vector<std::string> m_calls;
+  std::shared_ptr<Config> m_values = OpenFile({});
 };
 
-TEST_F(ConfigurationTest, SettingsAreAskedForInTheirOrder) {
+constexpr const char* kSection = "VMManager";
+
+TEST_F(ConfigurationTest, SettingsAreAskedForInTheirOrderAndChangedAsStated) {
   using Calls = std::vector<std::string>;
   const auto config = std::make_shared<NotingConfig>();
-  Config::SetDefaultConfig(config);
-  config->WriteInt("VMManager", "MemoryRatio", 0);
+  const ScopedMemoryConfig scope(config);
+  config->WriteInt(kSection, "MemoryRatio", 0);
   config->Take();
   const auto manager = CVmManager::Create(nullptr);
   EXPECT_EQ(manager->GetMemoryInfo().budget, 32 << 20);
@@ -122,78 +142,49 @@ TEST_F(ConfigurationTest, SettingsAreAskedForInTheirOrder) {
                                    "write AcquiredMemory", "read MaxDiskSize"}));
   VMSTATUS status = manager->GetStatus();
   EXPECT_TRUE(config->Take().empty());
+  status.memoryRatio = 44;
+  status.maximumDisk = 123456789012;
   CVmManager::WriteVmStatus(&status);
-  status.vmDrive = L"/x";
+  status.vmDrive = L"/new";
   CVmManager::WriteVmStatus(&status);
   EXPECT_EQ(config->Take(), (Calls{"delete VMDrive", "write MemoryRatio", "write MaxDiskSize",
                                    "delete AcquiredMemory", "write VMDrive", "write MemoryRatio",
                                    "write MaxDiskSize", "delete AcquiredMemory"}));
-}
-
-TEST_F(ConfigurationTest, ReadsEverySettingWithItsDefault) {
-  auto current = CVmManagerConfiguration::CurrentConfiguration();
-  EXPECT_EQ(current->BlockSize, 262144);
-  EXPECT_EQ(current->MemoryRatio, 70);
-  EXPECT_EQ(current->MinMemorySize, 32);
-  EXPECT_EQ(current->ReservedMemory, -1);
-  EXPECT_EQ(current->MaxDiskSize, 8000);
-  EXPECT_EQ(current->Wow64MemoryRatio, 90);
-  EXPECT_TRUE(current->AvailPhysMemory);
-  EXPECT_EQ(current->VMDrive, L"");
-
-  auto& writable = *m_config.operator->();
-  const char* section = "VMManager";
-  writable.WriteInt(section, "BlockSize", 64);
-  writable.WriteInt(section, "MemoryRatio", 31);
-  writable.WriteInt(section, "MinMemorySize", 0);
-  writable.WriteInt(section, "ReservedMemory", 77);
-  writable.WriteString(section, "VMDrive", L"/swap \u00e9");
-  writable.WriteInt(section, "MaxDiskSize", -9);
-  writable.WriteInt(section, "Wow64MemoryRatio", 12);
-  writable.WriteInt(section, "AvailPhysMemory", 0);
-  current = CVmManagerConfiguration::CurrentConfiguration();
-  EXPECT_EQ(current->BlockSize, 65536);
-  EXPECT_EQ(current->MemoryRatio, 31);
-  EXPECT_EQ(current->MinMemorySize, 0);
-  EXPECT_EQ(current->ReservedMemory, 77);
-  EXPECT_EQ(current->VMDrive, L"/swap \u00e9");
-  EXPECT_EQ(current->MaxDiskSize, -9);
-  EXPECT_EQ(current->Wow64MemoryRatio, 12);
-  EXPECT_FALSE(current->AvailPhysMemory);
-
-  // Negative and unrepresentable sizes; 0 is kept for the manager to replace.
-  for (const auto& [value, bytes] : {std::pair(-5, 262144), {2097152, 262144}, {0, 0}}) {
-    writable.WriteInt(section, "BlockSize", value);
-    EXPECT_EQ(CVmManagerConfiguration::CurrentConfiguration()->BlockSize, bytes) << value;
-  }
-}
-
-TEST_F(ConfigurationTest, StatusWritesThreeSettingsAndForgetsTheAcquiredMemory) {
-  auto& config = *m_config.operator->();
-  const char* section = "VMManager";
-  config.WriteInt(section, "AcquiredMemory", 5);
-  config.WriteString(section, "VMDrive", L"/old");
-  VMSTATUS status;
-  status.blockSize = 1;
-  status.memoryRatio = 44;
-  status.maximumDisk = 123456789012;
-  status.minimumMemory = 2;
-  CVmManager::WriteVmStatus(&status);
-  EXPECT_EQ(config.ReadString(section, "VMDrive", L"absent"), L"absent");
-  EXPECT_EQ(config.ReadInt(section, "AcquiredMemory", -1), -1);
-  EXPECT_EQ(config.ReadInt(section, "MemoryRatio", -1), 44);
-  EXPECT_EQ(config.ReadInt64(section, "MaxDiskSize", -1), 123456789012);
-  EXPECT_EQ(config.ReadInt(section, "BlockSize", -1), -1);
-  EXPECT_EQ(config.ReadInt(section, "MinMemorySize", -1), -1);
-  status.vmDrive = L"/new";
-  CVmManager::WriteVmStatus(&status);
-  EXPECT_EQ(config.ReadString(section, "VMDrive", L""), L"/new");
+  EXPECT_EQ(config->ReadInt(kSection, "MemoryRatio", -1), 44);
+  EXPECT_EQ(config->ReadInt64(kSection, "MaxDiskSize", -1), 123456789012);
+  EXPECT_EQ(config->ReadString(kSection, "VMDrive", L""), L"/new");
   CVmManager::WriteVmStatus(nullptr);
 }
 
+TEST_F(ConfigurationTest, ReadsEverySettingWithItsDefault) {
+  using Text = std::wstring;
+  const auto current = [] {
+    const auto c = CVmManagerConfiguration::CurrentConfiguration();
+    return std::tuple(c->BlockSize, c->MemoryRatio, c->MinMemorySize, c->ReservedMemory, c->VMDrive,
+                      c->MaxDiskSize, c->Wow64MemoryRatio, c->AvailPhysMemory);
+  };
+  EXPECT_EQ(current(), std::tuple(262144, 70, 32, -1, Text(), 8000, 90, true));
+  for (const auto& [key, value] : {std::pair("BlockSize", 64),
+                                   {"MemoryRatio", 31},
+                                   {"MinMemorySize", 0},
+                                   {"ReservedMemory", 77},
+                                   {"MaxDiskSize", -9},
+                                   {"Wow64MemoryRatio", 12},
+                                   {"AvailPhysMemory", 0}}) {
+    m_config->WriteInt(kSection, key, value);
+  }
+  m_config->WriteString(kSection, "VMDrive", L"/swap \u00e9");
+  EXPECT_EQ(current(), std::tuple(65536, 31, 0, 77, Text(L"/swap \u00e9"), -9, 12, false));
+
+  // Negative and unrepresentable sizes; 0 is kept for the manager to replace.
+  for (const auto& [value, bytes] : {std::pair(-5, 262144), {2097152, 262144}, {0, 0}}) {
+    m_config->WriteInt(kSection, "BlockSize", value);
+    EXPECT_EQ(std::get<0>(current()), bytes) << value;
+  }
+}
+
 TEST_F(ConfigurationTest, ManagerKeepsItsSettingsAndReportsThem) {
-  auto& config = *m_config.operator->();
-  config.WriteInt("VMManager", "MaxDiskSize", 3);
+  m_config->WriteInt(kSection, "MaxDiskSize", 3);
   auto configuration = CVmManagerConfiguration::DefaultConfiguration();
   configuration->MemoryRatio = 0;
   configuration->MinMemorySize = 5;  // exactly the budget
@@ -201,30 +192,21 @@ TEST_F(ConfigurationTest, ManagerKeepsItsSettingsAndReportsThem) {
   configuration->MaxDiskSize = 100;
   configuration->VMDrive = L"/no such folder";
   const auto manager = CVmManager::Create(std::move(configuration));
-  EXPECT_EQ(manager->GetMemoryCapacityBlocks(), 80);
-  EXPECT_EQ(config.ReadInt("VMManager", "AcquiredMemory", -1), 5);
+  EXPECT_EQ(m_config->ReadInt(kSection, "AcquiredMemory", -1), 5);
   // The ceiling is asked of the settings once more; the record's is only shown.
-  EXPECT_EQ(manager->GetDiskLimitBlocks(), 48);
-  EXPECT_EQ(manager->GetTotalCapacityBlocks(), 128);
+  EXPECT_EQ(std::tuple(manager->GetMemoryCapacityBlocks(), manager->GetDiskLimitBlocks(),
+                       manager->GetTotalCapacityBlocks(), manager->GetComfortableBlocks()),
+            std::tuple(80, 48, 128, 20));
   EXPECT_EQ(manager->GetMemoryInfo().budget, 5 << 20);
   EXPECT_EQ(manager->GetPhysicalMemory().budget, 5 << 20);
   EXPECT_GT(manager->GetPhysicalMemory().total, 0);
-  EXPECT_EQ(manager->GetComfortableBlocks(), 20);
-  const VMSTATUS status = manager->GetStatus();
-  EXPECT_EQ(status.blockSize, 64);
-  EXPECT_EQ(status.memoryRatio, 0);
-  EXPECT_EQ(status.reservedMemory, -1);
-  EXPECT_EQ(status.minimumMemory, 5);
-  EXPECT_EQ(status.maximumDisk, 100);
-  EXPECT_GT(status.freeDisk, 0);
-  EXPECT_EQ(status.vmDrive, L"");
-  EXPECT_FALSE(status.swapFolder.empty());
-  const VMSTATUS suggested = manager->GetDefaultStatus();
-  EXPECT_EQ(suggested.blockSize, 256);
-  EXPECT_EQ(suggested.memoryRatio, 70);
-  EXPECT_EQ(suggested.minimumMemory, 32);
-  EXPECT_EQ(suggested.freeDisk, 0);
-  EXPECT_EQ(suggested.swapFolder, L"");
+  const auto shown = [](const VMSTATUS& s) {
+    return std::tuple(s.blockSize, s.memoryRatio, s.reservedMemory, s.minimumMemory,
+                      s.vmDrive.empty(), s.freeDisk > 0, !s.swapFolder.empty());
+  };
+  EXPECT_EQ(shown(manager->GetStatus()), std::tuple(64, 0, -1, 5, true, true, true));
+  EXPECT_EQ(manager->GetStatus().maximumDisk, 100);
+  EXPECT_EQ(shown(manager->GetDefaultStatus()), std::tuple(256, 70, -1, 32, true, false, false));
 }
 
 TEST_F(ConfigurationTest, VolumesAndLimitsBoundTheSwapFile) {
@@ -274,8 +256,8 @@ TEST_F(ConfigurationTest, VolumesAndLimitsBoundTheSwapFile) {
 }
 
 TEST_F(ConfigurationTest, NumberedFoldersTakeTheFirstFreeName) {
-  const auto root = std::filesystem::temp_directory_path() /
-                    ("korin-numbered-" + std::to_string(platform::ProcessId()));
+  const ScratchFolder folder;
+  const auto& root = folder.Path();
   std::filesystem::create_directories(root / "~QV.000");
   EXPECT_EQ(vm::MakeNumberedFolder(root / "~QV", "D:").filename(), "~QV.001");
   EXPECT_EQ(vm::MakeNumberedFolder(root / "~QV", "D:").filename(), "~QV.002");
@@ -285,7 +267,6 @@ TEST_F(ConfigurationTest, NumberedFoldersTakeTheFirstFreeName) {
   } catch (const std::runtime_error& error) {
     EXPECT_STREQ(error.what(), "Disk full: D:");
   }
-  std::filesystem::remove_all(root);
 }
 
 }  // namespace

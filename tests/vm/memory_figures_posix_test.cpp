@@ -2,9 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-
-#include "platform/process.h"
+#include "support/temporary_folder.h"
 #include "vm/binary_units.h"
 
 namespace korin::test {
@@ -16,11 +14,9 @@ using platform::MemoryFigures;
 // A tree with the files that the figures come from.
 class MemoryFiguresTest : public ::testing::Test {
  protected:
-  ~MemoryFiguresTest() override { fs::remove_all(m_root); }
-
   void Write(const std::string& file, const std::string& text) {
     fs::create_directories((m_root / file).parent_path());
-    std::ofstream(m_root / file) << text;
+    PutContents(m_root / file, text);
   }
   void WriteMachine() {
     Write("proc/meminfo",
@@ -30,8 +26,8 @@ class MemoryFiguresTest : public ::testing::Test {
           "PageTables:        20480 kB\n");
   }
 
-  fs::path m_root =
-      fs::temp_directory_path() / ("korin-figures-" + std::to_string(platform::ProcessId()));
+  const ScratchFolder m_folder;
+  const fs::path& m_root = m_folder.Path();
 };
 
 TEST_F(MemoryFiguresTest, ComeFromTheKernelsTable) {

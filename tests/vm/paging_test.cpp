@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <random>
 
+#include "vm/counting_backends.h"
 #include "vm/paging_model.h"
-#include "vm/vm_test_support.h"
 
 namespace korin::test {
 namespace {
@@ -25,9 +25,15 @@ struct Image {
 
 class LongRun {
  public:
-  LongRun(unsigned seed, std::int64_t capacity, std::int64_t limit)
+  // On real backends, or on some that count what is taken of them.
+  LongRun(unsigned seed, bool counted, std::int32_t block, std::int64_t capacity,
+          std::int64_t limit)
       : m_random(seed),
-        m_manager(CreateManagerForTest(kBlock, capacity, limit)),
+        m_block(block),
+        m_capacity(capacity),
+        m_limit(limit),
+        m_manager(counted ? CreateCountedManager(m_usage, block, capacity, limit)
+                          : CreateManagerForTest(block, capacity, limit)),
         m_model(capacity, limit) {}
 
   void Step() {
@@ -76,6 +82,10 @@ class LongRun {
     Compare();
     EXPECT_EQ(m_model.memoryUsed, 0);
     EXPECT_EQ(m_model.allocated, 0);
+    EXPECT_LE(m_usage.disk.most, m_limit * m_block);
+    if (kPoison) return;
+    EXPECT_LE(m_usage.memory.most, m_capacity * m_block);
+    EXPECT_EQ(m_usage.memory.now, 0);
   }
 
   std::int64_t LimitLines() const { return m_model.limitLines; }
@@ -87,14 +97,14 @@ class LongRun {
   }
 
   void Alloc() {
-    static constexpr std::int64_t kSizes[] = {kBlock, 1000, kBlock + 1, 3 * kBlock, 2 * kBlock - 7};
-    const std::int64_t bytes = kSizes[Pick(5)];
+    const std::int64_t sizes[] = {m_block, m_block / 4, m_block + 1, 3 * m_block, 2 * m_block - 7};
+    const std::int64_t bytes = sizes[Pick(5)];
     const std::int64_t count = Pick(5);
     Image image;
     image.id = m_nextId++;
     m_manager->AllocHandle(image.handle, bytes, count, nullptr);
     EXPECT_EQ(image.handle != nullptr,
-              m_model.Alloc(image.id, (bytes + kBlock - 1) / kBlock, count));
+              m_model.Alloc(image.id, (bytes + m_block - 1) / m_block, count));
     if (!image.handle) return;
     image.shadow.assign(static_cast<std::size_t>(count), Bytes(static_cast<std::size_t>(bytes)));
     m_images.push_back(std::move(image));
@@ -189,6 +199,10 @@ class LongRun {
   }
 
   std::mt19937 m_random;
+  std::int64_t m_block;
+  std::int64_t m_capacity;
+  std::int64_t m_limit;
+  Usage m_usage;
   std::shared_ptr<CVmManagerImpl> m_manager;
   PagingModel m_model;
   std::vector<Image> m_images;
@@ -201,10 +215,12 @@ TEST_F(PagingTest, EveryKeySlotAndPixelIsWhatTheRulesSay) {
   std::int64_t lines = 0;
   ::testing::internal::CaptureStderr();
   for (unsigned seed = 1; seed <= 60 && !HasFailure(); ++seed) {
-    const std::int64_t capacity = 3 + seed % 6;
+    const std::int64_t capacity = 1 + seed % 8;
     const std::int64_t limit = seed % 7 == 0 ? 0 : 2 + (seed * 5) % 31;
     SCOPED_TRACE("seed " + std::to_string(seed));
-    LongRun run(seed, capacity, limit);
+    // Blocks of whole pages, of odd sizes, and several to a page.
+    const std::int32_t block = seed % 4 == 1 ? 1001 : seed % 4 == 3 ? 333 : kBlock;
+    LongRun run(seed, seed % 2 == 1, block, capacity, limit);
     for (int step = 0; step < 1500 && !HasFailure(); ++step) run.Step();
     run.ReadAll();
     run.ReleaseAll();

@@ -3,21 +3,19 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/file.h>
-#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <fstream>
 #include <random>
-#include <set>
 
 #include "platform/swap_file.h"
 #include "platform/swap_sweep.h"
 #include "platform/text.h"
 #include "platform/volume.h"
+#include "support/temporary_folder.h"
 #include "vm/vm_test_support.h"
 
 namespace korin::test {
@@ -29,44 +27,17 @@ using platform::Fault;
 using platform::SwapFile;
 using platform::SweepSwapFiles;
 
-// A temporary folder of the test's own, which managers use as theirs.
+// Managers use a temporary folder of the test's own.
 class SwapSweepTest : public VmTest {
  protected:
-  SwapSweepTest() {
-    std::string name = (fs::temp_directory_path() / "korin-sweep-XXXXXX").string();
-    m_folder = mkdtemp(name.data());
-    const char* before = std::getenv("TMPDIR");
-    if (before != nullptr) m_before = before;
-    setenv("TMPDIR", m_folder.c_str(), 1);
-  }
-  ~SwapSweepTest() override {
-    m_before.empty() ? unsetenv("TMPDIR") : setenv("TMPDIR", m_before.c_str(), 1);
-    fs::remove_all(m_folder);
-  }
-
-  std::set<std::string> Names() const {
-    std::set<std::string> names;
-    for (const auto& entry : fs::directory_iterator(m_folder)) {
-      names.insert(entry.path().filename().string());
-    }
-    return names;
-  }
+  std::set<std::string> Names() const { return test::Names(m_folder); }
   fs::path Touch(const std::string& name) const {
     std::ofstream(m_folder / name) << "x";
     return m_folder / name;
   }
 
-  // Runs `work` in a child and returns its exit code.
-  static int InChild(const std::function<int()>& work) {
-    const pid_t child = fork();
-    if (child == 0) _exit(work());
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-
-  fs::path m_folder;
-  std::string m_before;
+  const OwnTemporaryFolder m_own;
+  const fs::path& m_folder = m_own.Path();
 };
 
 TEST_F(SwapSweepTest, SwapFilesArePrivateLockedAndGoOnClose) {
@@ -259,7 +230,8 @@ TEST_F(SwapSweepTest, AForkedChildNeitherUsesNorRemovesTheFile) {
   auto manager = CreateManagerForTest(kBlock, 2, 50);
   auto image = std::make_unique<CVmImage>(manager, 8, kBlock, 6, 1, nullptr);
   ASSERT_TRUE(FillPattern(*image, 1));
-  const int code = InChild([&] {
+  const pid_t child = fork();
+  if (child == 0) {
     int wrong = 0;
     for (std::int64_t i = 0; i < 6; ++i) {
       const bool resident = image->GetVmHandle()->GetType(i) == CVmBlock::Type::Memory;
@@ -268,9 +240,11 @@ TEST_F(SwapSweepTest, AForkedChildNeitherUsesNorRemovesTheFile) {
     }
     image.reset();
     manager.reset();
-    return wrong;
-  });
-  EXPECT_EQ(code, 0);
+    _exit(wrong);
+  }
+  int status = -1;
+  waitpid(child, &status, 0);
+  EXPECT_EQ(status, 0);
   EXPECT_EQ(Names().size(), 1U);
   EXPECT_TRUE(HasPattern(*image, 1));
 }
@@ -306,41 +280,10 @@ TEST_F(SwapSweepTest, MissingTemporaryFoldersAndFreeSpaceAreErrors) {
     const FaultAt at(1, Fault::kIoError, true, {Call::kQueryVolume});
     EXPECT_THROW(CVmManager::Create(nullptr), fs::filesystem_error);
   }
-  setenv("TMPDIR", (m_folder / "none").c_str(), 1);
+  const ScopedVariable missing("TMPDIR", (m_folder / "none").c_str());
   EXPECT_THROW(CVmManager::Create(nullptr), fs::filesystem_error);
   CVmManager::DeleteAllSwapFiles(nullptr);
   EXPECT_EQ(platform::GetVolumeKind(m_folder / "none"), platform::VolumeKind::kMissing);
-}
-
-TEST_F(SwapSweepTest, AFullVolumeIsAnErrorAndNoDamage) {
-  const fs::path disk = m_folder / "disk";
-  fs::create_directory(disk);
-  if (mount("none", disk.c_str(), "tmpfs", 0, "size=256k") != 0) {
-    GTEST_SKIP() << "mounting a small file system is not allowed here";
-  }
-  vm::ManagerSeams seams;
-  seams.swap = [&](const fs::path&) { return CVmVirtualMemory::Create(disk); };
-  {
-    // The limit promises more than the 64 blocks of the disk.
-    const auto manager = CreateManagerForTest(kBlock, 2, 1000, seams);
-    CVmImage image(manager, 8, kBlock, 40, 1, nullptr);
-    ASSERT_TRUE(FillPattern(image, 1));
-    CVmImage other(manager, 8, kBlock, 10, 1, nullptr);
-    ASSERT_TRUE(FillPattern(other, 2));
-    for (int round = 0; round < 3; ++round) {
-      std::shared_ptr<CVmHandle> handle;
-      manager->AllocHandle(handle, 30, nullptr);
-      EXPECT_EQ(handle, nullptr);
-      ASSERT_TRUE(HasPattern(image, 1));
-      ASSERT_TRUE(HasPattern(other, 2));
-      EXPECT_EQ(manager->Inspect().fault, "");
-    }
-    // What a failed allocation had grown the file by serves the next one.
-    CVmImage again(manager, 8, kBlock, 8, 1, nullptr);
-    ASSERT_TRUE(FillPattern(again, 3));
-    EXPECT_TRUE(HasPattern(again, 3) && HasPattern(image, 1) && HasPattern(other, 2));
-  }
-  umount2(disk.c_str(), MNT_DETACH);
 }
 
 }  // namespace

@@ -6,7 +6,6 @@
 #include <thread>
 #include <vector>
 
-#include "korinimage/exceptions.h"
 #include "vm/vm_test_support.h"
 
 namespace korin::test {
@@ -57,46 +56,6 @@ TEST_F(ThreadsTest, GuardsAlwaysComeHoweverSmallTheBudget) {
     EXPECT_EQ(manager->Inspect().fault, "");
     EXPECT_EQ(manager->Inspect().pins, 0);
   }
-}
-
-TEST_F(ThreadsTest, ImagesComeGoAndAreCopiedBesideLockedPixels) {
-  const auto manager = CreateManagerForTest(kBlock, 12, 400);
-  std::atomic<int> lost{0};
-  Together(4, [&](int thread) {
-    std::mt19937 random(static_cast<unsigned>(thread) + 100);
-    for (int round = 0; round < 20; ++round) {
-      CVmImage image(manager, 8, 500, 40, 1, nullptr);  // 8 lines a block
-      for (int step = 0; step < 100; ++step) {
-        const auto y = static_cast<std::int64_t>(random() % 40);
-        try {
-          CVmImage::AddressHandle lock;
-          BYTE* row = image.GetImageAdr(0, y, 0, true, true, &lock);
-          std::fill(row, row + 500, static_cast<BYTE>(y + thread));
-          if (!image.Unlock(lock)) ++lost;
-        } catch (const CVmMemoryAllocationError&) {
-          // Every other block was locked at that moment; nothing is changed.
-          image.UnlockAll();
-        }
-      }
-      try {
-        CVmImage copy(image, nullptr);
-        for (std::int64_t y = 0; y < 40; ++y) {
-          const BlockGuard guard = copy.PinBlock(y / 8, BlockIntent::Read);
-          if (!guard) continue;
-          const BYTE* row = guard.Address() + y % 8 * 500;
-          const BYTE value = row[0];
-          if (value != 0 && value != static_cast<BYTE>(y + thread)) ++lost;
-          for (int x = 0; x < 500; ++x) lost += row[x] != value ? 1 : 0;
-        }
-      } catch (const CVmMemoryAllocationError&) {
-      }
-      manager->GetStatus();
-      manager->GetMemoryUsedBlocks();
-    }
-  });
-  EXPECT_EQ(lost, 0);
-  EXPECT_EQ(manager->Inspect().fault, "");
-  EXPECT_EQ(manager->GetAllocatedBlocks(), 0);
 }
 
 TEST_F(ThreadsTest, AFetchWaitsForGuardsOfOthersOnly) {

@@ -11,7 +11,6 @@
 namespace korin::test {
 namespace {
 
-using Policy = CVmManager::AllocationPolicy;
 using Calls = NotingManager::Calls;
 
 class VmImageTest : public VmTest {};

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -10,13 +9,15 @@
 #include <utility>
 
 #include "korinimage/vm_image.h"
-#include "platform/fault.h"
 #include "platform/memory_figures.h"
+#include "support/fault_at.h"
 #include "support/memory_config.h"
 #include "vm/manager_impl.h"
 #include "vm/region_cache.h"
 
 namespace korin::test {
+
+using Policy = CVmManager::AllocationPolicy;
 
 inline constexpr std::int32_t kBlock = 4096;
 
@@ -48,60 +49,32 @@ inline std::unique_ptr<CVmMemoryInterface> AskingMemory(std::int64_t bytes) {
   return CVmMemoryInterface::Alloc(refused ? 0 : bytes);
 }
 
-// Makes the n-th of the chosen calls to the system fail, once or from then on.
-class FaultAt {
- public:
-  FaultAt(int n, platform::Fault fault, bool stays, std::initializer_list<platform::Call> calls) {
-    s_left = n;
-    s_fault = fault;
-    s_stays = stays;
-    s_calls = 0;
-    for (const platform::Call call : calls) s_calls |= 1U << static_cast<unsigned>(call);
-    platform::g_faultHook = &Answer;
-  }
-  FaultAt(const FaultAt&) = delete;
-  FaultAt& operator=(const FaultAt&) = delete;
-  ~FaultAt() { platform::g_faultHook = nullptr; }
-
-  static bool Happened() { return s_left <= 0; }
-
- private:
-  static platform::Fault Answer(platform::Call call) {
-    if ((s_calls >> static_cast<unsigned>(call) & 1U) == 0) return platform::Fault::kNone;
-    const int left = --s_left;
-    return left == 0 || (left < 0 && s_stays) ? s_fault : platform::Fault::kNone;
-  }
-
-  static inline std::atomic<int> s_left{0};
-  static inline platform::Fault s_fault{};
-  static inline bool s_stays = false;
-  static inline unsigned s_calls = 0;
-};
-
-// Fills every pixel byte of a store with a pattern of its own, and compares.
+// Every pixel byte of a store is given a pattern of its own, or compared with it.
 inline BYTE PatternByte(unsigned seed, std::int64_t line, std::int64_t at) {
   return static_cast<BYTE>(seed * 101 + static_cast<unsigned>(line) * 31 +
                            static_cast<unsigned>(at) * 7);
 }
-inline bool FillPattern(CVmImage& image, unsigned seed) {
+template <typename Visit>  // bool (BYTE&, BYTE pattern)
+bool VisitPattern(CVmImage& image, unsigned seed, BlockIntent intent, Visit visit) {
   for (std::int64_t b = 0; b < image.GetBlockCount(); ++b) {
-    const BlockGuard guard = image.PinBlock(b, BlockIntent::Overwrite);
-    if (!guard) return false;
-    const std::int64_t bytes = image.GetBlockLineCount(b) * image.GetBytesPerLine();
-    for (std::int64_t i = 0; i < bytes; ++i) guard.Address()[i] = PatternByte(seed, b, i);
-  }
-  return true;
-}
-inline bool HasPattern(CVmImage& image, unsigned seed) {
-  for (std::int64_t b = 0; b < image.GetBlockCount(); ++b) {
-    const BlockGuard guard = image.PinBlock(b, BlockIntent::Read);
+    const BlockGuard guard = image.PinBlock(b, intent);
     if (!guard) return false;
     const std::int64_t bytes = image.GetBlockLineCount(b) * image.GetBytesPerLine();
     for (std::int64_t i = 0; i < bytes; ++i) {
-      if (guard.Address()[i] != PatternByte(seed, b, i)) return false;
+      if (!visit(guard.Address()[i], PatternByte(seed, b, i))) return false;
     }
   }
   return true;
+}
+inline bool FillPattern(CVmImage& image, unsigned seed) {
+  return VisitPattern(image, seed, BlockIntent::Overwrite, [](BYTE& byte, BYTE pattern) {
+    byte = pattern;
+    return true;
+  });
+}
+inline bool HasPattern(CVmImage& image, unsigned seed) {
+  return VisitPattern(image, seed, BlockIntent::Read,
+                      [](BYTE byte, BYTE pattern) { return byte == pattern; });
 }
 
 // What the calling code writes to standard error.
