@@ -1,12 +1,11 @@
-#include <fitsio.h>
 #include <zlib.h>
 
 #include <algorithm>
-#include <functional>
 
 #include "io_fixture.h"
 #include "korinimage/exceptions.h"
 #include "support/recording_progress.h"
+#include "tile_files.h"
 
 namespace korin::test {
 namespace {
@@ -15,14 +14,11 @@ namespace {
 // and no more store than the small budget and disk of the fixture.
 class HostileTest : public IoTest {
  protected:
-  void SetUp() override {
-    IoTest::SetUp();
-    m_manager = MakeManager(1, 64, 8);
-  }
+  HostileTest() { m_manager = MakeManager(1, 64, 8); }
 
   enum class Outcome { kLoaded, kFileError, kNoRoom };
 
-  Outcome Load(const std::vector<std::uint8_t>& bytes) {
+  Outcome Load(const Bytes& bytes) {
     WriteBytes(Path("h.fits"), bytes);
     try {
       const auto image = LoadFits(m_manager, Path("h.fits"));
@@ -34,7 +30,7 @@ class HostileTest : public IoTest {
     }
   }
 
-  static std::vector<std::uint8_t> Plain() {
+  static Bytes Plain() {
     return Unit({"SIMPLE  =                    T", "BITPIX  =                   16",
                  "NAXIS   =                    2", "NAXIS1  =                   60",
                  "NAXIS2  =                   50", "BSCALE  =                  1.0",
@@ -43,40 +39,34 @@ class HostileTest : public IoTest {
   }
 
   // A small tile-compressed image: 60 x 50, rows as tiles.
-  std::vector<std::uint8_t> Compressed(int method, int bitpix, long tileHeight = 1) const {
+  Bytes Compressed(int method, int bitpix, long tileHeight = 1) const {
     std::vector<int> values(3000);
-    std::vector<short> shorts(3000);
     for (std::size_t i = 0; i < values.size(); ++i) {
       values[i] = static_cast<int>(i % 60 + i * 7919 % 13);
-      shorts[i] = static_cast<short>(values[i]);
     }
     const auto file = Path("made.fits");
     std::filesystem::remove(file);
-    fitsfile* fits = nullptr;
-    int status = 0;
-    long axes[] = {60, 50};
-    long tile[] = {60, tileHeight};
-    fits_create_diskfile(&fits, file.string().c_str(), &status);
-    fits_set_compression_type(fits, method, &status);
-    fits_set_tile_dim(fits, 2, tile, &status);
-    fits_create_img(fits, bitpix, 2, axes, &status);
-    if (bitpix == SHORT_IMG) {
-      fits_write_img(fits, TSHORT, 1, 3000, shorts.data(), &status);
+    if (bitpix == LONG_IMG) {
+      WriteTiles(file, {method, bitpix, 60, tileHeight}, TINT, values);
     } else {
-      fits_write_img(fits, TINT, 1, 3000, values.data(), &status);
+      WriteTiles(file, {method, bitpix, 60, tileHeight}, TSHORT,
+                 std::vector<short>(values.begin(), values.end()));
     }
-    fits_close_file(fits, &status);
-    EXPECT_EQ(status, 0);
     return ReadBytes(file);
   }
 
   // Puts another card in place of the first that begins with the keyword.
-  static std::vector<std::uint8_t> WithCard(std::vector<std::uint8_t> bytes, std::string card) {
+  static Bytes WithCard(Bytes bytes, std::string card) {
     const std::string keyword = card.substr(0, 9);
     const auto at = std::search(bytes.begin(), bytes.end(), keyword.begin(), keyword.end());
     EXPECT_NE(at, bytes.end()) << keyword;
     card.resize(80, ' ');
     if (at != bytes.end()) std::copy(card.begin(), card.end(), at);
+    return bytes;
+  }
+
+  static Bytes Start(Bytes bytes, std::size_t length) {
+    bytes.resize(length);
     return bytes;
   }
 
@@ -107,17 +97,13 @@ TEST_F(HostileTest, FilesCutAnywhereAreRefused) {
   const auto whole = Plain();
   const std::size_t pixels = 2880 + 6000;
   for (std::size_t length = 0; length < whole.size(); length += 61) {
-    const auto cut = std::vector<std::uint8_t>(whole.begin(),
-                                               whole.begin() + static_cast<std::ptrdiff_t>(length));
-    EXPECT_EQ(Load(cut) == Outcome::kFileError, length < pixels) << length;
+    EXPECT_EQ(Load(Start(whole, length)) == Outcome::kFileError, length < pixels) << length;
   }
   for (const int method : {RICE_1, GZIP_1, HCOMPRESS_1}) {
     const auto tiles = Compressed(method, SHORT_IMG, method == HCOMPRESS_1 ? 25 : 1);
     const Heap heap = FindHeap();
     for (std::size_t length = 0; length <= heap.start; length += 97) {
-      const auto cut = std::vector<std::uint8_t>(
-          tiles.begin(), tiles.begin() + static_cast<std::ptrdiff_t>(length));
-      EXPECT_EQ(Load(cut), Outcome::kFileError) << method << ' ' << length;
+      EXPECT_EQ(Load(Start(tiles, length)), Outcome::kFileError) << method << ' ' << length;
     }
   }
 }
@@ -125,12 +111,11 @@ TEST_F(HostileTest, FilesCutAnywhereAreRefused) {
 // Any byte of a header turned into any other one.
 TEST_F(HostileTest, FlippedBytesNeverCrash) {
   std::mt19937 random(17);
-  const std::pair<std::vector<std::uint8_t>, int> files[] = {
-      {Plain(), 4000},
-      {Compressed(RICE_1, SHORT_IMG), 1000},
-      {Compressed(GZIP_2, LONG_IMG), 500},
-      {Compressed(PLIO_1, SHORT_IMG, 10), 500},
-      {Compressed(HCOMPRESS_1, LONG_IMG, 25), 500}};
+  const std::pair<Bytes, int> files[] = {{Plain(), 4000},
+                                         {Compressed(RICE_1, SHORT_IMG), 1000},
+                                         {Compressed(GZIP_2, LONG_IMG), 500},
+                                         {Compressed(PLIO_1, SHORT_IMG, 10), 500},
+                                         {Compressed(HCOMPRESS_1, LONG_IMG, 25), 500}};
   int refused = 0;
   for (const auto& [file, rounds] : files) {
     ASSERT_EQ(Load(file), Outcome::kLoaded);
@@ -170,17 +155,16 @@ TEST_F(HostileTest, LiesAboutSizesAreRefusedBeforeAnythingIsAllocated) {
   wraps = WithCard(WithCard(wraps, "NAXIS   =                    3"), cube.replace(0, 6, "BSCALE"));
   EXPECT_EQ(Load(wraps), Outcome::kFileError);
   // No END at all, and nothing but cards.
-  std::vector<std::uint8_t> endless = Plain();
+  Bytes endless = Plain();
   for (int i = 0; i < 40; ++i) {
     const auto block = Plain();
     endless.insert(endless.end(), block.begin(), block.begin() + 560);
   }
   const std::string end = "END     ";
-  for (auto at = std::search(endless.begin(), endless.end(), end.begin(), end.end());
-       at != endless.end();
-       at = std::search(endless.begin(), endless.end(), end.begin(), end.end())) {
-    *at = 'X';
-  }
+  const auto find = [&] {
+    return std::search(endless.begin(), endless.end(), end.begin(), end.end());
+  };
+  for (auto at = find(); at != endless.end(); at = find()) *at = 'X';
   EXPECT_EQ(Load(endless), Outcome::kFileError);
 }
 
@@ -232,8 +216,8 @@ TEST_F(HostileTest, TilesThatLieAboutThemselvesAreRefused) {
 TEST_F(HostileTest, GzipBombsAreRefused) {
   auto bytes = Compressed(GZIP_1, SHORT_IMG, 50);
   const Heap heap = FindHeap();
-  std::vector<std::uint8_t> zeros(4 << 20);
-  std::vector<std::uint8_t> bomb(16384);
+  Bytes zeros(4 << 20);
+  Bytes bomb(16384);
   z_stream stream{};
   ASSERT_EQ(deflateInit2(&stream, 9, Z_DEFLATED, MAX_WBITS + 16, 9, Z_DEFAULT_STRATEGY), Z_OK);
   stream.next_in = zeros.data();
@@ -256,7 +240,7 @@ TEST_F(HostileTest, ImagesBeyondMemoryAndDiskAreRefusedAndLeaveNothing) {
   // 20 MB of real zeros, for 1 MiB of memory and 8 of disk.
   const auto huge =
       Unit({"SIMPLE  = T", "BITPIX  = 8", "NAXIS   = 2", "NAXIS1  = 5000", "NAXIS2  = 4000"},
-           std::vector<std::uint8_t>(20000000));
+           Bytes(20000000));
   EXPECT_EQ(Load(huge), Outcome::kNoRoom);
   EXPECT_EQ(m_manager->GetAllocatedBlocks(), 0);
 
@@ -264,7 +248,7 @@ TEST_F(HostileTest, ImagesBeyondMemoryAndDiskAreRefusedAndLeaveNothing) {
   m_manager->SetAllocationPolicy(CVmManager::AllocationPolicy::Image);
   const auto large =
       Unit({"SIMPLE  = T", "BITPIX  = 8", "NAXIS   = 2", "NAXIS1  = 2000", "NAXIS2  = 1000"},
-           std::vector<std::uint8_t>(2000000));
+           Bytes(2000000));
   EXPECT_EQ(Load(large), Outcome::kNoRoom);
 
   // A sink that stops the load at each of its calls.

@@ -1,18 +1,15 @@
-#include <fitsio.h>
-
 #include <cmath>
-#include <limits>
 
 #include "io_fixture.h"
 #include "support/recording_progress.h"
+#include "tile_files.h"
 
 namespace korin::test {
 namespace {
 
 class LoadFitsTest : public IoTest {
  protected:
-  std::filesystem::path Write(const std::vector<std::string>& cards,
-                              const std::vector<std::uint8_t>& data,
+  std::filesystem::path Write(const std::vector<std::string>& cards, const Bytes& data,
                               const std::string& name = "x.fits") const {
     WriteBytes(Path(name), Unit(cards, data));
     return Path(name);
@@ -55,7 +52,7 @@ TEST_F(LoadFitsTest, RecognisesTheConventionsForIntegers) {
   const auto bytes =
       LoadFits(m_manager, Write(With(Head(8, {3, 1}), {"BZERO   = -128"}), {0, 128, 255}));
   EXPECT_EQ(bytes->GetBzero(), -128.0);
-  EXPECT_EQ(Pixels(*bytes), (std::vector<std::uint8_t>{0, 128, 255}));
+  EXPECT_EQ(Pixels(*bytes), (Bytes{0, 128, 255}));
 }
 
 // Numbers that a fixed-column reader would misread: free format, lower-case and D
@@ -83,7 +80,7 @@ TEST_F(LoadFitsTest, KeepsRowsAndPlanesInFileOrder) {
 }
 
 TEST_F(LoadFitsTest, IgnoresAxesOfOnePixelAndRefusesTooMany) {
-  const std::vector<std::uint8_t> data = {1, 2, 3, 4, 5, 6};
+  const Bytes data = {1, 2, 3, 4, 5, 6};
   const auto cube = DescribeFits(Write(Head(8, {2, 1, 1, 3}), data));
   EXPECT_EQ(cube.height, 1);
   EXPECT_EQ(cube.planes, 3);
@@ -166,38 +163,22 @@ TEST_P(CompressedTest, GivesThePixelsThatWentIn) {
   const Compression& how = GetParam();
   const bool isUnsigned = how.bitpix == USHORT_IMG;
   const auto values = Values(how.bitpix == BYTE_IMG || isUnsigned || how.method == PLIO_1);
-  fitsfile* file = nullptr;
-  int status = 0;
-  long axes[] = {kWidth, kHeight};
-  long tile[] = {kWidth, how.tileHeight};
-  fits_create_diskfile(&file, Path("c.fits").string().c_str(), &status);
-  fits_set_compression_type(file, how.method, &status);
-  fits_set_tile_dim(file, 2, tile, &status);
-  if (how.bitpix == FLOAT_IMG) fits_set_quantize_level(file, 0.0F, &status);  // lossless
-  fits_create_img(file, how.bitpix, 2, axes, &status);
-  fits_write_key_str(file, "OBJECT", "M 13", "name", &status);
   // In the type of the image: the library compresses no other.
   const auto write = [&](auto kind, int type) {
-    std::vector<decltype(kind)> native(values.begin(), values.end());
-    fits_write_img(file, type, 1, kPixels, native.data(), &status);
+    const std::vector<decltype(kind)> native(values.begin(), values.end());
+    WriteTiles(Path("c.fits"), {how.method, how.bitpix, kWidth, how.tileHeight}, type, native);
   };
   if (how.bitpix == BYTE_IMG) write(std::uint8_t{}, TBYTE);
   if (how.bitpix == SHORT_IMG) write(short{}, TSHORT);
   if (isUnsigned) write(std::uint16_t{}, TUSHORT);
   if (how.bitpix == LONG_IMG) write(int{}, TINT);
   if (how.bitpix == FLOAT_IMG) write(float{}, TFLOAT);
-  fits_close_file(file, &status);
-  ASSERT_EQ(status, 0);
 
   const auto image = LoadFits(m_manager, Path("c.fits"));
   EXPECT_EQ(image->GetBitsPixel(), isUnsigned ? 16 : how.bitpix);
   EXPECT_EQ(image->IsSigned(), how.bitpix != BYTE_IMG && !isUnsigned);
   for (int i = 0; i < kPixels; ++i) {
-    const CVmImage::LineRun run = image->Store()->GetLineRun(0, i / kWidth);
-    const BlockGuard block = image->Store()->PinBlock(run.block, BlockIntent::Read);
-    const BYTE* pixel = block.Address() + run.firstLine * image->Store()->GetBytesPerLine() +
-                        i % kWidth * image->GetBytesPixel();
-    double stored = image->GetPixel(pixel);
+    double stored = image->GetPixel(i % kWidth, i / kWidth, 0);
     // Pixels of 16 bits are read unsigned.
     if (how.bitpix == SHORT_IMG) stored = static_cast<std::int16_t>(static_cast<int>(stored));
     ASSERT_EQ(stored, values[static_cast<std::size_t>(i)]) << "pixel " << i;
@@ -234,19 +215,8 @@ TEST_F(CompressedTest, RestoresMissingValuesOfQuantizedTiles) {
   for (int i = 0; i < kPixels; ++i) {
     values.push_back(static_cast<float>(1000.0 + 30.0 * std::sin(i * 0.7) + i % 17));
   }
-  values[5] = std::numeric_limits<float>::quiet_NaN();
-  fitsfile* file = nullptr;
-  int status = 0;
-  long axes[] = {kWidth, kHeight};
-  float missing = -99.0F;
-  fits_create_diskfile(&file, Path("q.fits").string().c_str(), &status);
-  fits_set_compression_type(file, RICE_1, &status);
-  fits_set_quantize_level(file, 16.0F, &status);
-  fits_create_img(file, FLOAT_IMG, 2, axes, &status);
-  values[5] = missing;
-  fits_write_imgnull(file, TFLOAT, 1, kPixels, values.data(), &missing, &status);
-  fits_close_file(file, &status);
-  ASSERT_EQ(status, 0);
+  values[5] = -99.0F;
+  WriteTiles(Path("q.fits"), {RICE_1, FLOAT_IMG, kWidth, 1, 16.0F}, TFLOAT, values, -99.0F);
   const auto image = LoadFits(m_manager, Path("q.fits"));
   const auto read = As<float>(Pixels(*image));
   EXPECT_TRUE(std::isnan(read[5]));

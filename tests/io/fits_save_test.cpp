@@ -58,7 +58,7 @@ TEST_P(RoundTrip, KeepsEveryByteAndCard) {
   auto bytes = ReadBytes(Path("a.fits"));
   ASSERT_EQ(bytes.size() % 2880, 0U);
   const auto size = static_cast<std::size_t>(image.GetBytesPixel());
-  std::vector<std::uint8_t> expected = pixels;
+  Bytes expected = pixels;
   for (std::size_t i = 0; i < expected.size(); i += size) {
     std::reverse(expected.begin() + static_cast<std::ptrdiff_t>(i),
                  expected.begin() + static_cast<std::ptrdiff_t>(i + size));
@@ -109,9 +109,7 @@ TEST_F(SaveFitsTest, KeepsScalingWhereTheHeaderHasIt) {
 TEST_F(SaveFitsTest, KeepsPhysicalValuesOfScaledUnsignedImages) {
   CImage image(m_manager, CImage::DataTypeInt16, 3, 1, 1, 0.5, 10.0, false, nullptr);
   const std::vector<std::uint16_t> values = {0, 32768, 65535};
-  std::vector<std::uint8_t> bytes(6);
-  std::memcpy(bytes.data(), values.data(), 6);
-  SetPixels(image, bytes);
+  SetPixels(image, BytesOf(values));
   SaveFits(image, Path("u.fits"));
   const auto read = LoadFits(m_manager, Path("u.fits"));
   EXPECT_TRUE(read->IsSigned());
@@ -124,9 +122,7 @@ TEST_F(SaveFitsTest, KeepsPhysicalValuesOfScaledUnsignedImages) {
 TEST_F(SaveFitsTest, OtherSoftwareReadsUnsignedPixels) {
   CImage image(m_manager, CImage::DataTypeInt32, 2, 2, 1, 1.0, 0.0, false, nullptr);
   const std::vector<unsigned> values = {0, 1, 2147483648U, 4294967295U};
-  std::vector<std::uint8_t> bytes(16);
-  std::memcpy(bytes.data(), values.data(), 16);
-  SetPixels(image, bytes);
+  SetPixels(image, BytesOf(values));
   SaveFits(image, Path("c.fits"));
   fitsfile* file = nullptr;
   int status = 0;
@@ -151,17 +147,17 @@ TEST_F(SaveFitsTest, LeavesNothingBehindOnFailure) {
     pngSink->throwAt = call;
     EXPECT_THROW(SavePng(image, Path("old.fits"), {}, pngSink), SinkError);
   }
-  EXPECT_EQ(ReadBytes(Path("old.fits")), (std::vector<std::uint8_t>{1, 2, 3}));
-  EXPECT_EQ(Files().size(), 1U);
+  EXPECT_EQ(ReadBytes(Path("old.fits")), (Bytes{1, 2, 3}));
+  EXPECT_EQ(Names(m_folder).size(), 1U);
 
   EXPECT_THROW(SaveFits(image, Path("missing/x.fits")), FileError);
   std::filesystem::create_directory(Path("folder"));
   EXPECT_THROW(SaveFits(image, Path("folder")), FileError);
-  EXPECT_EQ(Files().size(), 2U);
+  EXPECT_EQ(Names(m_folder).size(), 2U);
   if (kWindows) return;  // its pipes lie in no folder
   ASSERT_EQ(std::system(("mkfifo " + Path("pipe").string()).c_str()), 0);
   EXPECT_THROW(SaveFits(image, Path("pipe")), FileError) << "pipes and devices are not replaced";
-  EXPECT_EQ(Files().size(), 3U);
+  EXPECT_EQ(Names(m_folder).size(), 3U);
 }
 
 TEST_F(SaveFitsTest, WritesThroughALink) {
