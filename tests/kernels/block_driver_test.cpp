@@ -1,5 +1,6 @@
 #include "kernels/block_driver.h"
 
+#include "support/recording_progress.h"
 #include "vm/noting_manager.h"
 #include "vm/vm_test_support.h"
 
@@ -11,17 +12,11 @@ using Calls = NotingManager::Calls;
 class BlockDriver : public VmTest {
  protected:
   // Tells its percentages into the list of the manager's calls.
-  class Sink : public Progress {
-   public:
-    explicit Sink(Calls& calls) : m_calls(calls) {}
-    void initialize() override {}
-    void update(int percent) override { m_calls.push_back("update " + std::to_string(percent)); }
-    void finalize() override { m_calls.push_back("finalize"); }
-    void message(const std::wstring&) override {}
-    bool escape() override { return false; }
-
-   private:
-    Calls& m_calls;
+  struct Sink : RecordingProgress {
+    explicit Sink(Calls& all) : paging(all) {}
+    void update(int percent) override { paging.push_back("update " + std::to_string(percent)); }
+    void finalize() override { paging.push_back("finalize"); }
+    Calls& paging;
   };
 
   bool Run(CVmImage& to, CVmImage& from, bool cutAtPlanes, int failingPiece = -1) {

@@ -62,64 +62,40 @@ std::vector<Plane<S>> Planes() {
   return planes;
 }
 
-template <typename S, typename D>
-void CheckNormalize(const std::vector<Plane<S>>& planes) {
-  constexpr Scaling scalings[] = {{1.0, 0.0, 0.0, 65535.0},
-                                  {0.7, -5.0, 3.25, 250.0},
-                                  {-1.5, 32768.0, -1000.25, 70000.0},
-                                  {1.0, 0.0, 5.0, 5.0},
-                                  {1.0, 0.0, 9.0, -9.0}};
-  const auto pipeline = IntegerConversion<S, D>().normalize_mapping;
-  std::size_t turn = 0;
-  for (const Plane<S>& plane : planes) {
-    const Scaling& s = scalings[turn++ % std::size(scalings)];
-    Check<S, D>(
-        plane,
-        [&](halide_buffer_t* in, halide_buffer_t* out) {
-          return pipeline(in, s.bscale, s.bzero, s.a, s.b, out);
-        },
-        [&](S v) { return Normalized<S, D>(v, s); });
-    if (testing::Test::HasFatalFailure()) return;
-  }
-}
-
-template <typename S, typename D>
-void CheckShift(const std::vector<Plane<S>>& planes) {
+TEST(Conversions, NormalizeMappingAndShiftClamp) {
+  constexpr Scaling normalizing[] = {{1.0, 0.0, 0.0, 65535.0},
+                                     {0.7, -5.0, 3.25, 250.0},
+                                     {-1.5, 32768.0, -1000.25, 70000.0},
+                                     {1.0, 0.0, 5.0, 5.0},
+                                     {1.0, 0.0, 9.0, -9.0}};
   // The last: bzero and shift cancel when they are added first.
-  constexpr Scaling scalings[] = {{1.0, 0.0, 0.0, 0.0},
+  constexpr Scaling shifting[] = {{1.0, 0.0, 0.0, 0.0},
                                   {0.7, -5.0, 3.25, 0.0},
                                   {-1.5, 32768.0, -40000.75, 0.0},
                                   {1.0e-3, 1.0e17, -1.0e17, 0.0}};
-  const auto pipeline = IntegerConversion<S, D>().shift_clamp;
-  std::size_t turn = 0;
-  for (const Plane<S>& plane : planes) {
-    const Scaling& s = scalings[turn++ % std::size(scalings)];
-    Check<S, D>(
-        plane,
-        [&](halide_buffer_t* in, halide_buffer_t* out) {
-          return pipeline(in, s.bscale, s.bzero, s.a, out);
-        },
-        [&](S v) { return ShiftedIn<S, D>(v, plane.width, s); });
-    if (testing::Test::HasFatalFailure()) return;
-  }
-}
-
-TEST(Conversions, NormalizeMapping) {
-  ForEachElement([]<typename S>(std::type_identity<S>) {
+  ForEachElement([&]<typename S>(std::type_identity<S>) {
     const auto planes = Planes<S>();
     ForEachInteger([&]<typename D>(std::type_identity<D>) {
       SCOPED_TRACE(testing::Message() << sizeof(S) << " to " << sizeof(D) << " bytes");
-      CheckNormalize<S, D>(planes);
-    });
-  });
-}
-
-TEST(Conversions, ShiftClamp) {
-  ForEachElement([]<typename S>(std::type_identity<S>) {
-    const auto planes = Planes<S>();
-    ForEachInteger([&]<typename D>(std::type_identity<D>) {
-      SCOPED_TRACE(testing::Message() << sizeof(S) << " to " << sizeof(D) << " bytes");
-      CheckShift<S, D>(planes);
+      const auto& pipelines = IntegerConversion<S, D>();
+      std::size_t turn = 0;
+      for (const Plane<S>& plane : planes) {
+        const Scaling& n = normalizing[turn % std::size(normalizing)];
+        Check<S, D>(
+            plane,
+            [&](halide_buffer_t* in, halide_buffer_t* out) {
+              return pipelines.normalize_mapping(in, n.bscale, n.bzero, n.a, n.b, out);
+            },
+            [&](S v) { return Normalized<S, D>(v, n); });
+        const Scaling& s = shifting[turn++ % std::size(shifting)];
+        Check<S, D>(
+            plane,
+            [&](halide_buffer_t* in, halide_buffer_t* out) {
+              return pipelines.shift_clamp(in, s.bscale, s.bzero, s.a, out);
+            },
+            [&](S v) { return ShiftedIn<S, D>(v, plane.width, s); });
+        if (testing::Test::HasFatalFailure()) return;
+      }
     });
   });
 }
@@ -198,6 +174,7 @@ TEST(Conversions, KnownValues) {
   };
   using U8 = std::uint8_t;
   using I16 = std::int16_t;
+  using I32 = std::int32_t;
   using U16 = std::uint16_t;
   using U32 = std::uint32_t;
   EXPECT_EQ(normalize(U8{}, U16{65535}, 0, 65535), 255);
@@ -205,6 +182,8 @@ TEST(Conversions, KnownValues) {
   EXPECT_EQ(normalize(U8{}, U16{0}, 0, 65535), 0);
   EXPECT_EQ(normalize(I16{}, I16{-32768}, -32768, 32767), -32768);
   EXPECT_EQ(normalize(I16{}, I16{32767}, -32768, 32767), 32767);
+  EXPECT_EQ(normalize(I32{}, U16{0}, 0, 65535), INT32_MIN);
+  EXPECT_EQ(normalize(I32{}, 2.0, 0, 1), INT32_MAX);
   EXPECT_EQ(normalize(U8{}, -0.5F, 0, 1), 0);
   EXPECT_EQ(normalize(U8{}, 1.5F, 0, 1), 255);
   EXPECT_EQ(normalize(U32{}, std::nan(""), 0, 1), 4294967295U) << "NaN gets the highest code";

@@ -1,3 +1,5 @@
+#include <algorithm>
+
 #include "kernels/pipelines.h"
 #include "kernels/sample_counter.h"
 #include "samples.h"
@@ -65,11 +67,16 @@ TEST(Histograms, EqualPlainLoops) {
     check(Plane<T>(1027, 259, 0, Content::kCamera, 1));
     check(Plane<T>(300, 35, 1, Content::kHostile, 2));
     check(Plane<T>(3, 5000, 0, Content::kFullRange, 3));
-  });
-}
-
-TEST(Histograms, EveryShape) {
-  ForEachElement([]<typename T>(std::type_identity<T>) {
+    if constexpr (sizeof(T) <= 2) {
+      // Large enough for every way of counting values, and flat in places.
+      Plane<T> large(1027, 600, 3, Content::kFullRange, 4);
+      std::fill_n(large.samples.begin() + 5000, 200000, T{200});
+      check(large);
+    }
+    // More bins than fit the scratch.
+    const Plane<T> small(61, 37, 1, Content::kFullRange, 5);
+    const Bins many{-3e9, 5e9, 5000000};
+    ASSERT_TRUE((Count<T>(small, many)) == CountPlainly(small, many)) << sizeof(T) << " bytes";
     for (const auto& [width, lines] : SmallShapes()) {
       const Plane<T> plane(width, lines, width % 3, Content::kCamera, 9);
       const Bins bins{10, 2000, 300, width % 2 == 0};

@@ -64,31 +64,6 @@ TEST(KernelCalls, SameBitsForEveryBandAndThreadCount) {
   SetThreadCount(0);
 }
 
-TEST(KernelCalls, CopyAndPasteStayInside) {
-  const Plane<std::uint8_t> source(333, 20, 1, Content::kFullRange, 1);
-  Plane<std::uint8_t> copy(333, 20, 4);
-  ASSERT_TRUE(CopyBytes(source.Data(), copy.Data(), 333, 20, source.stride, copy.stride, 700));
-  for (std::int32_t y = 0; y < 20; ++y) {
-    EXPECT_TRUE(std::equal(&source.At(0, y), &source.At(0, y) + 333, &copy.At(0, y)));
-    EXPECT_EQ(*(&copy.At(0, y) + 333), 77);
-  }
-
-  const Plane<float> picture(10, 10, 0, Content::kFullRange, 2);
-  Plane<float> target(6, 6, 1);
-  const FloatPlane<const float> from{picture.Data(), 10, 10, 10};
-  const FloatPlane<float> to{target.Data(), 6, 6, 7};
-  ASSERT_TRUE(PasteFloat(from, to, -4, 100, 5, 9, -3, -3));
-  EXPECT_EQ(target.At(0, 2), picture.At(3, 5));
-  EXPECT_EQ(target.At(5, 5), picture.At(8, 8));
-  EXPECT_EQ(target.At(0, 1), 77.0F);
-  constexpr auto kLeast = std::numeric_limits<std::int64_t>::min();
-  constexpr auto kMost = std::numeric_limits<std::int64_t>::max();
-  for (const std::int64_t shift : {kLeast, kMost}) {
-    EXPECT_TRUE(PasteFloat(from, to, kLeast, kMost, kLeast, kMost, shift, shift));
-  }
-  EXPECT_TRUE(PasteFloat(from, to, kMost, kLeast, kMost, kLeast, 0, 0));
-}
-
 TEST(KernelCalls, NothingToDoAndWrongArguments) {
   std::uint16_t pixel = 5;
   std::uint16_t low = 1;
@@ -135,22 +110,6 @@ TEST(KernelCalls, FailureIsAnAnswerNotAnAbort) {
   testing::internal::CaptureStderr();
   EXPECT_NE(Pipelines<float>().getdev(wrong, 0.0, output), 0);
   EXPECT_FALSE(testing::internal::GetCapturedStderr().empty());
-}
-
-TEST(Elements, KindsAndRanges) {
-  EXPECT_EQ(ElementKindOf(8, true), ElementKind::UInt8);
-  EXPECT_EQ(ElementKindOf(16, true), ElementKind::Int16);
-  EXPECT_EQ(ElementKindOf(16, false), ElementKind::UInt16);
-  EXPECT_EQ(ElementKindOf(32, true), ElementKind::Int32);
-  EXPECT_EQ(ElementKindOf(32, false), ElementKind::UInt32);
-  EXPECT_EQ(ElementKindOf(-32, false), ElementKind::Float);
-  EXPECT_EQ(ElementKindOf(-64, true), ElementKind::Double);
-  EXPECT_FALSE(ElementKindOf(64, false));
-  const DestinationRange range = RangeOf(ElementKind::Int32);
-  EXPECT_EQ(range.range, 4294967295.0);
-  EXPECT_EQ(range.offset, -2147483648.0);
-  EXPECT_EQ(range.high, 2147483647.0);
-  EXPECT_EQ(RangeOf(ElementKind::UInt32).offset, 0.0);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "kernels/kernel_calls.h"
 #include "kernels/pipelines.h"
 #include "kernels/row_sums.h"
 #include "samples.h"
@@ -146,37 +147,27 @@ TEST(Statistics, AverageOfNothingAndOfThirds) {
 }
 
 // A NaN at any place is skipped by the extremes and taken by the mean; zeros of
-// either sign come out as +0.
+// either sign come out as +0. A plane of nothing else leaves the starting values.
 TEST(Statistics, NanAndZeros) {
   const auto& pipelines = Pipelines<float>();
-  for (std::int32_t at = 0; at < 70; ++at) {
+  constexpr float kInfinity = std::numeric_limits<float>::infinity();
+  for (std::int32_t at = 0; at <= 70; ++at) {
     Plane<float> plane(70, 1);
-    for (std::int32_t x = 0; x < 70; ++x) plane.At(x, 0) = x % 2 == 0 ? 0.0F : -0.0F;
-    plane.At(at, 0) = std::nanf("");
+    for (std::int32_t x = 0; x < 70; ++x) {
+      plane.At(x, 0) = x == at || at == 70 ? std::nanf("") : x % 2 == 0 ? 0.0F : -0.0F;
+    }
+    const auto wanted = at == 70 ? std::pair(kInfinity, -kInfinity) : std::pair(0.0F, 0.0F);
     PixelBuffer input = plane.Describe();
-    float low = 1.0F;
-    float high = 1.0F;
+    std::pair both(1.0F, 1.0F), alone(1.0F, 1.0F);
     double mean = 1.0;
-    PixelBuffer lowest(&low);
-    PixelBuffer highest(&high);
-    PixelBuffer average(&mean);
-    ASSERT_EQ(pipelines.getminmaxavr(input, lowest, highest, average), 0);
-    EXPECT_TRUE(low == 0.0F && high == 0.0F && !std::signbit(low) && !std::signbit(high));
+    PixelBuffer low(&both.first), high(&both.second), average(&mean);
+    ASSERT_EQ(pipelines.getminmaxavr(input, low, high, average), 0);
+    EXPECT_TRUE(SameExtremes(both, wanted));
     EXPECT_TRUE(std::isnan(mean));
-    low = high = 1.0F;
+    PixelBuffer lowest(&alone.first), highest(&alone.second);
     ASSERT_EQ(pipelines.getminmax(input, lowest, highest), 0);
-    EXPECT_TRUE(low == 0.0F && high == 0.0F && !std::signbit(low) && !std::signbit(high));
+    EXPECT_TRUE(SameExtremes(alone, wanted));
   }
-  Plane<float> none(70, 2);
-  std::fill(none.samples.begin(), none.samples.end(), std::nanf(""));
-  PixelBuffer input = none.Describe();
-  float low = 1.0F;
-  float high = 1.0F;
-  PixelBuffer lowest(&low);
-  PixelBuffer highest(&high);
-  ASSERT_EQ(pipelines.getminmax(input, lowest, highest), 0);
-  EXPECT_EQ(low, std::numeric_limits<float>::infinity());
-  EXPECT_EQ(high, -std::numeric_limits<float>::infinity());
 }
 
 TEST(Statistics, FillAndCopyTouchOnlyTheirArea) {
@@ -197,15 +188,14 @@ TEST(Statistics, FillAndCopyTouchOnlyTheirArea) {
     for (std::int32_t y = 0; y < lines; ++y) {
       std::copy_n(&source.At(0, y), width, &wanted.At(0, y));
     }
-    PixelBuffer input = source.Describe();
-    PixelBuffer output = got.Describe();
-    ASSERT_EQ(Untyped().copy_uint8(input, output), 0);
+    ASSERT_TRUE(CopyBytes(source.Data(), got.Data(), width, lines, width + 2, width + 7, 2000));
     ASSERT_TRUE(SameBits(got, wanted));
   }
 }
 
 TEST(Statistics, PasteMovesTheRectangle) {
   const Plane<float> source(37, 9, 0, Content::kFullRange, 3);
+  const FloatPlane<const float> from{source.Data(), 37, 9, 37};
   struct Case {
     Area area;
     std::int32_t shiftX, shiftY;
@@ -231,7 +221,21 @@ TEST(Statistics, PasteMovesTheRectangle) {
                                     c.shiftX, c.shiftY, output),
               0);
     EXPECT_TRUE(SameBits(got, wanted)) << "shift " << c.shiftX << ", " << c.shiftY;
+    std::fill(got.samples.begin(), got.samples.end(), 77.0F);
+    ASSERT_TRUE(PasteFloat(from, {got.Data(), 31, 11, 33}, c.area.startX, c.area.endX,
+                           c.area.startY, c.area.endY, c.shiftX, c.shiftY));
+    EXPECT_TRUE(SameBits(got, wanted)) << "shift " << c.shiftX << ", " << c.shiftY;
   }
+  // Whatever the numbers, nothing outside of the target is touched.
+  Plane<float> target(31, 11, 2);
+  const FloatPlane<float> to{target.Data(), 31, 11, 33};
+  constexpr auto kLeast = std::numeric_limits<std::int64_t>::min();
+  constexpr auto kMost = std::numeric_limits<std::int64_t>::max();
+  for (const std::int64_t shift : {kLeast, kMost}) {
+    EXPECT_TRUE(PasteFloat(from, to, kLeast, kMost, kLeast, kMost, shift, shift));
+  }
+  EXPECT_TRUE(PasteFloat(from, to, kMost, kLeast, kMost, kLeast, 0, 0));
+  EXPECT_TRUE(SameBits(target, Plane<float>(31, 11, 2)));
 }
 
 }  // namespace
