@@ -1,10 +1,12 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <tuple>
+#include <vector>
 
 #include "korinimage/block_guard.h"
 #include "korinimage/export.h"
@@ -37,6 +39,14 @@ class KORINIMAGE_API CVmImage {
     std::int64_t lines = 0;
   };
 
+  // A part of a copy; what moves such parts. They do not overlap.
+  struct BytesToMove {
+    BYTE* to = nullptr;
+    const BYTE* from = nullptr;
+    std::int64_t size = 0;
+  };
+  using MoveBytes = std::function<void(const std::vector<BytesToMove>&)>;
+
   // An empty store: no manager, no pixels.
   CVmImage();
   // A store of new pixels, all zero. `bitsPerPixel` may be negative (floating
@@ -60,6 +70,10 @@ class KORINIMAGE_API CVmImage {
   // as it was; a block that cannot be brought in, or a sink that throws while blocks
   // are copied, leaves it empty.
   void CopyImage(CVmImage& source, const std::shared_ptr<korin::Progress>& progress);
+  // The same; `move` moves the bytes of one block pair after another, or of several at
+  // once where both stores are in memory and the budget comfortably holds them.
+  void CopyImage(CVmImage& source, const std::shared_ptr<korin::Progress>& progress,
+                 const MoveBytes& move);
 
   std::int64_t GetWidth() const { return m_nWidth; }    // pixels
   std::int64_t GetHeight() const { return m_nHeight; }  // lines per plane
@@ -114,6 +128,9 @@ class KORINIMAGE_API CVmImage {
 
  private:
   void TakeLayout(const CVmImage& source) noexcept;
+  std::int64_t PairsAtOnce(const CVmImage& source) const;
+  std::int64_t CopyBlocks(CVmImage& source, std::int64_t first, std::int64_t most,
+                          const MoveBytes& move);
   std::shared_ptr<CVmManager> RequireManager() const;
   std::optional<std::int64_t> ByteOffset(std::int64_t x, std::int64_t y, std::int64_t plane) const;
   void Release() noexcept;

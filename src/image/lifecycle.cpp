@@ -4,6 +4,7 @@
 #include <new>
 
 #include "image/image_pixels.h"
+#include "kernels/byte_copy.h"
 #include "korinimage/exceptions.h"
 #include "korinimage/image.h"
 #include "korinimage/progress_win.h"
@@ -18,6 +19,13 @@ bool HasShapeOfStore(const CImage& image) {
   const CVmImage& store = *image.Store();
   return image.GetBytesPixel() == store.GetBytesPixel() && image.GetWidth() == store.GetWidth() &&
          image.GetHeight() == store.GetHeight() && image.GetPlanes() == store.GetPlanes();
+}
+
+std::unique_ptr<CVmImage> CopyOf(CVmImage& store,
+                                 const std::shared_ptr<korin::Progress>& progress) {
+  auto copy = std::make_unique<CVmImage>();
+  copy->CopyImage(store, progress, korin::MoverFor(store));
+  return copy;
 }
 
 }  // namespace
@@ -49,7 +57,7 @@ CImage::CImage(const ManagerPtr& manager, DataType type, int width, int height, 
 
 CImage::CImage(const CImage& source, const ProgressPtr& progress) : CObject(source) {
   CopyGeometry(source);
-  if (source.m_pVmImage) m_pVmImage = std::make_unique<CVmImage>(*source.m_pVmImage, progress);
+  if (source.m_pVmImage) m_pVmImage = CopyOf(*source.m_pVmImage, progress);
   CopyDescription(source);
   m_cullRandom = source.m_cullRandom;
   // The sampling rule is the user's present one, not the source's.
@@ -257,11 +265,7 @@ CImage& CImage::CopyImageInternal(const CImage& source, const ProgressPtr& progr
     // The old pixels go first: two stores need not fit side by side. Whatever
     // fails after that leaves an empty image, never a store without pixels.
     m_pVmImage.reset();
-    if (source.m_pVmImage) {
-      auto store = std::make_unique<CVmImage>();
-      store->CopyImage(*source.m_pVmImage, progress);
-      m_pVmImage = std::move(store);
-    }
+    if (source.m_pVmImage) m_pVmImage = CopyOf(*source.m_pVmImage, progress);
     CopyDescription(source);
     m_cullRandom = source.m_cullRandom;
     m_histogramCullRatio = source.m_histogramCullRatio;

@@ -5,6 +5,7 @@
 #include <limits>
 #include <vector>
 
+#include "kernels/byte_copy.h"
 #include "kernels/parallel.h"
 #include "kernels/pipelines.h"
 #include "kernels/pixel_buffer.h"
@@ -58,6 +59,8 @@ class Bands {
   std::int64_t m_bandBytes;
   bool m_valid = true;
 };
+
+constexpr std::int64_t kMostBytes = std::numeric_limits<std::int64_t>::max();
 
 std::int32_t Narrow(std::int64_t v) { return static_cast<std::int32_t>(v); }
 
@@ -235,6 +238,19 @@ bool Fill(T* pixels, std::int64_t width, std::int64_t lines, std::int64_t stride
 
 bool CopyBytes(const void* source, void* destination, std::int64_t width, std::int64_t lines,
                std::int64_t sourceStride, std::int64_t destinationStride, std::int64_t bandBytes) {
+  // Lines side by side are one stretch of bytes.
+  const bool together = width == sourceStride && width == destinationStride && lines > 0 &&
+                        width >= kStreamedBytes / lines && width <= bandBytes;
+  if (together && source != nullptr && destination != nullptr && width <= kMostBytes / lines) {
+    try {
+      CopyOnThreads(
+          {{static_cast<BYTE*>(destination), static_cast<const BYTE*>(source), width * lines}},
+          true);
+      return true;
+    } catch (const std::bad_alloc&) {
+      return false;
+    }
+  }
   return Convert(
       static_cast<const std::uint8_t*>(source), static_cast<std::uint8_t*>(destination), width,
       lines, sourceStride, destinationStride, bandBytes,

@@ -122,7 +122,47 @@ void CVmImage::TakeLayout(const CVmImage& source) noexcept {
   m_nBlockCount = source.m_nBlockCount;
 }
 
+// How many block pairs a copy holds at once.
+std::int64_t CVmImage::PairsAtOnce(const CVmImage& source) const {
+  // Where blocks are paged, the pair before is the first that may make room.
+  if (!source.IsOnMemory() || !IsOnMemory()) return 1;
+  const auto manager = RequireManager();
+  const std::int64_t unit = std::max<std::int64_t>(manager->GetBlockSize(), 1);
+  const std::int64_t perBlock =
+      std::max<std::int64_t>(korin::CeilDiv(m_VmHandle->GetBlockSize(), unit), 1);
+  return std::max<std::int64_t>(manager->GetComfortableBlocks() / (2 * perBlock), 1);
+}
+
+// Copies blocks from `first` on and returns how many could be had, `most` at most.
+std::int64_t CVmImage::CopyBlocks(CVmImage& source, std::int64_t first, std::int64_t most,
+                                  const MoveBytes& move) {
+  std::vector<BlockGuard> guards;
+  std::vector<BytesToMove> moves;
+  const std::int64_t end = std::min(first + most, m_nBlockCount);
+  for (std::int64_t i = first; i < end; ++i) {
+    // Who watches the manager's calls sees the flags this way round; what is
+    // written is told by the intents.
+    BlockGuard block = source.PinBlock(i, BlockIntent::Read, true);
+    BlockGuard copy = block ? PinBlock(i, BlockIntent::Overwrite, false) : BlockGuard();
+    if (!copy) break;
+    moves.push_back({copy.Address(), block.Address(), GetBlockLineCount(i) * m_nBytesPerLine});
+    guards.push_back(std::move(block));
+    guards.push_back(std::move(copy));
+  }
+  if (!moves.empty()) move(moves);
+  return static_cast<std::int64_t>(moves.size());
+}
+
 void CVmImage::CopyImage(CVmImage& source, const std::shared_ptr<korin::Progress>& progress) {
+  CopyImage(source, progress, [](const std::vector<BytesToMove>& moves) {
+    for (const auto& [to, from, size] : moves) {
+      std::memcpy(to, from, static_cast<std::size_t>(size));
+    }
+  });
+}
+
+void CVmImage::CopyImage(CVmImage& source, const std::shared_ptr<korin::Progress>& progress,
+                         const MoveBytes& move) {
   if (&source == this) return;
   const std::shared_ptr<CVmManager> manager = source.RequireManager();
   const CVmHandle& from = *source.m_VmHandle;
@@ -155,21 +195,15 @@ void CVmImage::CopyImage(CVmImage& source, const std::shared_ptr<korin::Progress
 
   try {
     korin::ScopedProgress scope(progress, m_nBlockCount);
-    for (std::int64_t i = 0; i < m_nBlockCount; ++i) {
-      {
-        // Who watches the manager's calls sees the flags this way round; what is
-        // written is told by the intents.
-        const BlockGuard block = source.PinBlock(i, BlockIntent::Read, true);
-        const BlockGuard copy = block ? PinBlock(i, BlockIntent::Overwrite, false) : BlockGuard();
-        if (!copy) {
-          const auto error = PagingError("block " + std::to_string(i) + " cannot be copied");
-          Release();  // before the sink hears of the end
-          throw error;
-        }
-        std::memcpy(copy.Address(), block.Address(),
-                    static_cast<std::size_t>(GetBlockLineCount(i) * m_nBytesPerLine));
+    const std::int64_t most = PairsAtOnce(source);
+    for (std::int64_t i = 0; i < m_nBlockCount;) {
+      std::int64_t copied = CopyBlocks(source, i, most, move);
+      if (copied == 0) {
+        const auto error = PagingError("block " + std::to_string(i) + " cannot be copied");
+        Release();  // before the sink hears of the end
+        throw error;
       }
-      scope.Step(i + 1);  // one ahead
+      for (; copied > 0; --copied) scope.Step(++i);  // one ahead
     }
   } catch (...) {
     Release();
