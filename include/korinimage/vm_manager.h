@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <memory>
 #include <mutex>
+#include <optional>
 
 #include "korinimage/export.h"
 #include "korinimage/progress.h"
@@ -18,6 +19,12 @@ enum class BlockIntent {
   Read,       // nothing changes
   Write,      // some bytes change
   Overwrite,  // every byte of the block changes: its old contents need not be read
+};
+
+// Where the swap file holds a block, as of one moment.
+struct SwapPlace {
+  std::int64_t slot = -1;
+  std::int64_t version = 0;
 };
 
 }  // namespace korin
@@ -153,6 +160,20 @@ class KORINIMAGE_API CVmManager {
                          bool literalFlag, korin::BlockIntent intent);
   // Ends a MapBlock that returned an address, on the thread that made it.
   virtual void UnmapBlock(const std::shared_ptr<CVmHandle>& handle, std::int64_t index) noexcept;
+  // The same with BlockIntent::Read for a block that is in memory already; null, at
+  // once, for any other. The default: always null.
+  virtual BYTE* MapResidentBlock(const std::shared_ptr<CVmHandle>& handle, std::int64_t index);
+  // For loops that only read, over more than the budget holds: the bytes of a block that
+  // lies in the swap file, without bringing it in. FindInSwap: its place; none when the
+  // block is in memory, was never written, or cannot be read so (the default).
+  // ReadFromSwap: `size` bytes from byte `offset` of the block on; takes no lock, so that
+  // any thread may call it beside anything else. What was read counts only if IsCurrent
+  // holds afterwards: the place may have been given to another block meanwhile.
+  virtual std::optional<korin::SwapPlace> FindInSwap(const std::shared_ptr<CVmHandle>& handle,
+                                                     std::int64_t index) const;
+  virtual bool ReadFromSwap(const korin::SwapPlace& place, std::int64_t offset, void* to,
+                            std::int64_t size) const;
+  virtual bool IsCurrent(const korin::SwapPlace& place) const;
   // Manager blocks now in memory.
   virtual std::int64_t GetMemoryUsedBlocks() const;
   // How many manager blocks one operation may hold at once without starving others.

@@ -73,6 +73,13 @@ class KORINIMAGE_API CVmVirtualMemory : public CVmMemoryInterface {
   virtual void Discard(std::int64_t /*offset*/, std::int64_t /*size*/) noexcept {}
   // Makes sure again that a discarded range can be written; false: no space.
   virtual bool Reserve(std::int64_t /*offset*/, std::int64_t /*size*/) { return true; }
+  // Whether ReadBeside works at all.
+  virtual bool ReadsBeside() const { return false; }
+  // Reads `size` bytes at `offset`; the position stays. The one call that any thread may
+  // make beside any other.
+  virtual bool ReadBeside(std::int64_t /*offset*/, void* /*buffer*/, std::int64_t /*size*/) const {
+    return false;
+  }
   // The file and what the system said about the last failure, for messages.
   virtual std::string GetError() const { return {}; }
 

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <cstdint>
-#include <limits>
 
 #include "kernels/element.h"
+#include "kernels/paged_rows.h"
 #include "kernels/row_batch.h"
 #include "korinimage/vm_image.h"
 
@@ -26,15 +26,20 @@ struct PixelView {
 
 // Runs over stretches of a plane's rows that lie side by side in memory:
 //   body(const T* rows, std::int64_t y, std::int64_t lines)
-// on the kernels' threads, in any order; what a body finds it keeps apart by y.
+// on the kernels' threads, in any order; what a body finds it keeps apart by y, and
+// only what it found last there counts.
 template <typename T, typename Body>
 void ForEachStretch(const PixelView& view, std::int64_t plane, Body&& body) {
   if (view.width <= 0) return;
-  // A block that was just read from the swap file is worked on at once, while it is in
-  // the processor's cache: an image that is paged goes one block at a time.
-  const int shares = view.store->IsOnMemory() ? 1 : std::numeric_limits<int>::max();
+  if (!view.store->IsOnMemory()) {
+    ForEachPagedStretch(*view.store, plane, view.height,
+                        [&](const BYTE* rows, std::int64_t first, std::int64_t lines) {
+                          body(reinterpret_cast<const T*>(rows), first, lines);
+                        });
+    return;
+  }
   for (std::int64_t y = 0; y < view.height;) {
-    const RowBatch batch(*view.store, plane, y, view.height - y, BlockIntent::Read, true, shares);
+    const RowBatch batch(*view.store, plane, y, view.height - y, BlockIntent::Read, true);
     ParallelStretches(batch, view.store->GetBytesPerLine(),
                       [&](const BYTE* rows, std::int64_t first, std::int64_t lines) {
                         body(reinterpret_cast<const T*>(rows), first, lines);

@@ -62,6 +62,21 @@ BYTE* CVmManager::MapBlock(const std::shared_ptr<CVmHandle>& handle, std::int64_
 
 void CVmManager::UnmapBlock(const std::shared_ptr<CVmHandle>&, std::int64_t) noexcept {}
 
+BYTE* CVmManager::MapResidentBlock(const std::shared_ptr<CVmHandle>&, std::int64_t) {
+  return nullptr;
+}
+
+std::optional<korin::SwapPlace> CVmManager::FindInSwap(const std::shared_ptr<CVmHandle>&,
+                                                       std::int64_t) const {
+  return std::nullopt;
+}
+
+bool CVmManager::ReadFromSwap(const korin::SwapPlace&, std::int64_t, void*, std::int64_t) const {
+  return false;
+}
+
+bool CVmManager::IsCurrent(const korin::SwapPlace&) const { return false; }
+
 std::int64_t CVmManager::GetMemoryUsedBlocks() const { return 0; }
 
 std::int64_t CVmManager::GetComfortableBlocks() const { return 1; }

@@ -20,6 +20,10 @@ namespace {
 
 constexpr std::int64_t kMiB = 1 << 20;
 
+// Bytes that one operation holds at once: enough that what it costs to gather blocks and
+// to wake the threads does not count.
+constexpr std::int64_t kMostHeld = 64 * kMiB;
+
 // Of the manager created last, whichever it was: a settings dialog shows one.
 std::atomic<std::int64_t> g_freeDiskMiB{0};
 
@@ -171,7 +175,7 @@ std::int64_t CVmManagerImpl::GetMemoryUsedBlocks() const {
 }
 
 std::int64_t CVmManagerImpl::GetComfortableBlocks() const {
-  const std::int64_t most = std::min(m_nCapacity / 4, 8 * kMiB / m_nBlockSize);
+  const std::int64_t most = std::min(m_nCapacity / 4, kMostHeld / m_nBlockSize);
   return std::max<std::int64_t>(most, 1);
 }
 

@@ -84,6 +84,12 @@ class CVmManagerImpl : public CVmManager, public std::enable_shared_from_this<CV
   BYTE* MapBlock(const std::shared_ptr<CVmHandle>& handle, std::int64_t index, bool literalFlag,
                  korin::BlockIntent intent) override;
   void UnmapBlock(const std::shared_ptr<CVmHandle>& handle, std::int64_t index) noexcept override;
+  BYTE* MapResidentBlock(const std::shared_ptr<CVmHandle>& handle, std::int64_t index) override;
+  std::optional<korin::SwapPlace> FindInSwap(const std::shared_ptr<CVmHandle>& handle,
+                                             std::int64_t index) const override;
+  bool ReadFromSwap(const korin::SwapPlace& place, std::int64_t offset, void* to,
+                    std::int64_t size) const override;
+  bool IsCurrent(const korin::SwapPlace& place) const override;
   std::int64_t GetMemoryUsedBlocks() const override;
   std::int64_t GetComfortableBlocks() const override;
 
@@ -98,6 +104,7 @@ class CVmManagerImpl : public CVmManager, public std::enable_shared_from_this<CV
     bool modify = false;     // mark it modified
     bool overwrite = false;  // its old bytes need not be brought in
     bool pin = false;
+    bool bringIn = true;
   };
   // Who keeps a record in memory.
   enum class Hold { kNone, kPinned, kLocked };

@@ -91,6 +91,7 @@ BYTE* CVmManagerImpl::FetchBlock(const std::shared_ptr<CVmHandle>& handle, std::
   for (Clock::time_point deadline; record == nullptr; record = RecordOf(handle, index)) {
     CVmHandle* known = Known(handle);
     if (known == nullptr || index < 0 || index >= known->GetBlockCount()) return nullptr;
+    if (!fetch.bringIn) return nullptr;
     if (WorthWaiting(BlocksOf(known->GetBlockSize()))) {
       if (!self) {
         self = shared_from_this();
@@ -185,6 +186,32 @@ BYTE* CVmManagerImpl::MapBlock(const std::shared_ptr<CVmHandle>& handle, std::in
                     {.modify = intent != korin::BlockIntent::Read,
                      .overwrite = intent == korin::BlockIntent::Overwrite,
                      .pin = true});
+}
+
+BYTE* CVmManagerImpl::MapResidentBlock(const std::shared_ptr<CVmHandle>& handle,
+                                       std::int64_t index) {
+  return FetchBlock(handle, index, {.pin = true, .bringIn = false});
+}
+
+std::optional<korin::SwapPlace> CVmManagerImpl::FindInSwap(const std::shared_ptr<CVmHandle>& handle,
+                                                           std::int64_t index) const {
+  const PagingLock lock(m_mutex);
+  const CVmHandle* known = Known(handle);
+  if (known == nullptr || index < 0 || index >= known->GetBlockCount()) return std::nullopt;
+  if (known->GetType(index) != CVmBlock::Type::Swap) return std::nullopt;
+  const std::int64_t slot = known->GetSlotIndex(index);
+  if (!m_pSwap || !m_pSwap->ReadsBeside() || !m_slots.HasContents(slot)) return std::nullopt;
+  return korin::SwapPlace{slot, m_slots.Version(slot)};
+}
+
+bool CVmManagerImpl::ReadFromSwap(const korin::SwapPlace& place, std::int64_t offset, void* to,
+                                  std::int64_t size) const {
+  return m_pSwap && m_pSwap->ReadBeside(place.slot * m_nBlockSize + offset, to, size);
+}
+
+bool CVmManagerImpl::IsCurrent(const korin::SwapPlace& place) const {
+  const PagingLock lock(m_mutex);
+  return m_slots.Version(place.slot) == place.version;
 }
 
 void CVmManagerImpl::UnmapBlock(const std::shared_ptr<CVmHandle>& handle,

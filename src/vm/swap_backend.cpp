@@ -69,4 +69,11 @@ bool CVmWin32VirtualMemory::Reserve(std::int64_t offset, std::int64_t size) {
   return m_file.Reserve(offset, size);
 }
 
+bool CVmWin32VirtualMemory::ReadsBeside() const { return korin::platform::SwapFile::ReadsBeside(); }
+
+bool CVmWin32VirtualMemory::ReadBeside(std::int64_t offset, void* buffer, std::int64_t size) const {
+  return offset >= 0 && size >= 0 &&
+         m_file.ReadBeside(offset, buffer, LowPart(size)) == LowPart(size) && FitsLowPart(size);
+}
+
 std::string CVmWin32VirtualMemory::GetError() const { return m_file.Error(); }

@@ -20,6 +20,8 @@ class CVmWin32VirtualMemory : public CVmVirtualMemory {
   std::wstring GetPath() const override;
   void Discard(std::int64_t offset, std::int64_t size) noexcept override;
   bool Reserve(std::int64_t offset, std::int64_t size) override;
+  bool ReadsBeside() const override;
+  bool ReadBeside(std::int64_t offset, void* buffer, std::int64_t size) const override;
   std::string GetError() const override;
 
  private:

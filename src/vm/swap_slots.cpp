@@ -30,6 +30,7 @@ void SwapSlots::Free(std::int64_t slot) noexcept {
   extent.nextFree = top;
   extent.free = true;
   extent.hasContents = false;
+  ++extent.version;
   top = slot;
   ++m_freeCount;
 }

@@ -34,7 +34,13 @@ class SwapSlots {
 
   // False until the extent is written: such an extent reads as zeros.
   bool HasContents(std::int64_t slot) const { return m_extents.at(slot).hasContents; }
-  void SetContents(std::int64_t slot) { m_extents.at(slot).hasContents = true; }
+  void SetContents(std::int64_t slot) {
+    Extent& extent = m_extents.at(slot);
+    extent.hasContents = true;
+    ++extent.version;
+  }
+  // Changes whenever the extent is written or freed.
+  std::int64_t Version(std::int64_t slot) const { return m_extents.at(slot).version; }
 
   struct View {
     std::int64_t slot = 0;
@@ -48,6 +54,7 @@ class SwapSlots {
   struct Extent {
     std::int64_t size = 0;
     std::int64_t nextFree = kNone;  // below this one on the stack of its size
+    std::int64_t version = 0;
     bool free = false;
     bool hasContents = false;
   };
