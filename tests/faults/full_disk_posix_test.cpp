@@ -3,14 +3,18 @@
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <fstream>
+#include <random>
 
 #include "image/image_fixture.h"
 #include "korinimage/exceptions.h"
 #include "korinimage/io/io.h"
 #include "output_file.h"
+#include "platform/swap_file.h"
 #include "support/recording_progress.h"
 #include "support/temporary_folder.h"
 #include "vm/vm_test_support.h"
@@ -144,6 +148,9 @@ TEST_F(NewFilesTest, ArePrivateUntilTheyAreWhole) {
 
 // Writing past the process's own limit would end it.
 TEST_F(NewFilesTest, TheFileSizeLimitOfTheProcessIsAnError) {
+  platform::SwapFile swap;
+  ASSERT_TRUE(swap.Create(m_folder.Path()) && swap.SetSize(150000));
+  const std::vector<char> bytes(70000);
   rlimit former{};
   ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &former), 0);
   rlimit small = former;
@@ -151,12 +158,55 @@ TEST_F(NewFilesTest, TheFileSizeLimitOfTheProcessIsAnError) {
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &small), 0);
   {
     OutputFile output(m_folder.Path() / "large");
-    const std::vector<char> bytes(70000);
     output.Write(bytes.data(), bytes.size());
     EXPECT_THROW(output.Write(bytes.data(), bytes.size()), FileError);
   }
+  // It may be lowered when the swap file is larger already.
+  EXPECT_FALSE(swap.SetSize(200000));
+  EXPECT_EQ(swap.WriteAt(70000, bytes.data(), bytes.size()), 0U);
+  EXPECT_EQ(swap.WriteAt(0, bytes.data(), bytes.size()), bytes.size());
+  swap.Close();
   ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &former), 0);
   EXPECT_TRUE(Names(m_folder.Path()).empty());
+}
+
+// What killed writers leave goes; nothing else does, whatever its name and whoever
+// writes or sweeps meanwhile.
+TEST_F(NewFilesTest, WhatKilledWritersLeaveGoes) {
+  const fs::path folder = m_folder.Path();
+  for (const char* name : {".korin-.tmp", ".korin-1.tmp.fits", ".korin-x1.tmp", "korin-1.tmp"}) {
+    PutContents(folder / name, std::string("not ours"));
+  }
+  fs::create_directory(folder / ".korin-1.tmp");
+  fs::create_symlink(folder / "korin-1.tmp", folder / ".korin-2.tmp");
+  ASSERT_EQ(mkfifo((folder / ".korin-3.tmp").c_str(), 0600), 0);
+  auto expected = Names(folder);
+  expected.insert({"slow", "killed", "whole"});
+
+  const std::string bytes(3000, 'k');
+  const auto write = [&](const char* name) {
+    OutputFile output(folder / name);
+    output.Write(bytes.data(), bytes.size());
+    output.Commit();
+  };
+  write("killed");
+  OutputFile slow(folder / "slow");
+  slow.Write(bytes.data(), bytes.size());
+  std::mt19937 random(1);
+  for (int round = 0; round < 100; ++round) {
+    const pid_t child = fork();
+    while (child == 0) write("killed");
+    usleep(static_cast<useconds_t>(random() % 3000));
+    write("whole");
+    kill(child, SIGKILL);
+    int status = 0;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL) << status;
+    ASSERT_EQ(Contents(folder / "killed"), bytes);
+  }
+  slow.Commit();
+  write("whole");
+  EXPECT_EQ(Names(folder), expected);
 }
 
 // A file that loses its end while it is read.

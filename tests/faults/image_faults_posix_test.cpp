@@ -12,6 +12,7 @@
 #include "exchange/dib_fixture.h"
 #include "exchange/pixel_exchange.h"
 #include "failing_heap_posix.h"
+#include "io/tile_files.h"
 #include "korinimage/config.h"
 #include "korinimage/exceptions.h"
 #include "korinimage/io/io.h"
@@ -35,6 +36,7 @@ constexpr std::initializer_list<Call> kCalls = {
 
 using Sample = std::int16_t;
 constexpr Shape kShape{64, 40, 3};  // 15 blocks
+constexpr Sample kFilled = 777;
 
 // What an image is, in few bytes: its type, shape and scaling and a sum of its pixels.
 std::string Digest(CImage& image) {
@@ -72,6 +74,9 @@ struct World {
     colours.emplace(bitmap.Pack());
     Prepare();
     SaveFits(subject, fits);
+    const auto row = RandomPixels<Sample>(kShape, 3);
+    WriteTiles(tiles, {RICE_1, SHORT_IMG, kShape.width, 8}, TSHORT,
+               std::vector<Sample>(row.begin(), row.begin() + kShape.width * kShape.height));
   }
 
   // The image that operations work on, as it was.
@@ -87,6 +92,7 @@ struct World {
 
   OwnTemporaryFolder folder;
   fs::path fits = folder.Path() / "given.fits";
+  fs::path tiles = folder.Path() / "tiles.fits";
   fs::path file = folder.Path() / "made";
   std::shared_ptr<CVmManagerImpl> manager;
   CImage witness;
@@ -99,7 +105,7 @@ struct World {
 // What may be left of the subject when an operation fails.
 enum class Left {
   kAsItWas,
-  kPartly,       // some of the new pixels
+  kPartly,       // each pixel as it was, or new, or 0
   kUnconverted,  // or, as documented, zeros of the new type
 };
 
@@ -138,6 +144,7 @@ std::string Text(std::initializer_list<double> numbers) {
   for (const double number : numbers) text += std::to_string(number) + ' ';
   return text;
 }
+const CImage::ProgressPtr kSilent;
 
 Operation ChangeBits(const char* name, CImage::ChangeBitsLevel level) {
   return {name, Left::kUnconverted, [level](World& w) {
@@ -160,7 +167,9 @@ Operation Exchange(const char* name, std::int64_t mapped) {
 template <typename Save>
 Operation Saving(const char* name, Save save) {
   return {name, Left::kAsItWas, [save](World& w) -> std::optional<std::string> {
-            if (!fs::exists(w.file)) std::ofstream(w.file) << "old";
+            const auto hook = platform::g_faultHook.exchange(nullptr);
+            PutContents(w.file, std::string("old"));
+            platform::g_faultHook = hook;
             try {
               save(w);
             } catch (...) {
@@ -168,6 +177,7 @@ Operation Saving(const char* name, Save save) {
               EXPECT_EQ(Contents(w.file), "old");
               throw;
             }
+            platform::g_faultHook = nullptr;
             return Contents(w.file);
           }};
 }
@@ -214,7 +224,7 @@ const Operation kOperations[] = {
      [](World& w) { return Changed(w.subject.ChangeSize(50, 33, kSilent)); }},
     {"ChangePlanes", Left::kAsItWas,
      [](World& w) { return Changed(w.subject.ChangePlanes(2, kSilent)); }},
-    {"Fill", Left::kPartly, [](World& w) { return Changed(w.subject.Fill(-1, 777.0)); }},
+    {"Fill", Left::kPartly, [](World& w) { return Changed(w.subject.Fill(-1, kFilled)); }},
     {"ScalingAppliedImage", Left::kAsItWas,
      [](World& w) { return TakeOver(w, w.subject.ScalingAppliedImage(kSilent)); }},
     {"ChangeBitsToReal", Left::kAsItWas,
@@ -232,6 +242,8 @@ const Operation kOperations[] = {
     Saving("SaveFits", [](World& w) { SaveFits(w.subject, w.file); }),
     Saving("SavePng", [](World& w) { SavePng(w.subject, w.file); }),
     {"LoadFits", Left::kAsItWas, [](World& w) { return TakeOver(w, LoadFits(w.manager, w.fits)); }},
+    {"LoadFitsTiles", Left::kAsItWas,
+     [](World& w) { return TakeOver(w, LoadFits(w.manager, w.tiles)); }},
     {"Manager", Left::kAsItWas,
      [](World&) -> std::optional<std::string> {
        auto configuration = CVmManagerConfiguration::DefaultConfiguration();
@@ -247,6 +259,7 @@ const Operation kOperations[] = {
        const auto config = Config::OpenFile(w.file);
        config->WriteInt("a", "b", 7);
        EXPECT_EQ(config->ReadInt("a", "b", 0), 7);
+       platform::g_faultHook = nullptr;
        // In the file or, where it could not be written, in memory only.
        const std::string text = Contents(w.file);
        if (text.empty()) return std::nullopt;
@@ -299,6 +312,7 @@ class ImageFaultsTest : public testing::TestWithParam<std::tuple<Operation, Poli
     ASSERT_EQ(w.manager->Inspect().pins, 0);
     ASSERT_EQ(w.manager->Inspect().handles, w.Stores());
     ASSERT_EQ(Digest(w.witness), w.witnessed);
+    ASSERT_EQ(OpenFiles(), m_openFiles);
     if (!happened) {
       ASSERT_EQ(outcome, m_expected);
     }
@@ -309,6 +323,11 @@ class ImageFaultsTest : public testing::TestWithParam<std::tuple<Operation, Poli
       ASSERT_EQ(outcome, m_expected);
     } else if (m_operation.left == Left::kPartly) {
       ASSERT_EQ(left.substr(0, left.rfind(' ')), m_before.substr(0, m_before.rfind(' ')));
+      const auto former = RandomPixels<Sample>(kShape);
+      const auto now = ReadPixels<Sample>(w.subject);
+      for (std::size_t i = 0; i < now.size(); ++i) {
+        ASSERT_TRUE(now[i] == former[i] || now[i] == kFilled || now[i] == 0) << i << ": " << now[i];
+      }
     } else {
       ASSERT_EQ(left, m_before);
     }
@@ -322,6 +341,11 @@ class ImageFaultsTest : public testing::TestWithParam<std::tuple<Operation, Poli
     m_after = Digest(w.subject);
     w.Prepare();
     m_files = Files(w);
+    m_openFiles = OpenFiles();
+  }
+
+  static std::ptrdiff_t OpenFiles() {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
   }
 
   static std::set<std::string> Files(const World& w) {
@@ -338,6 +362,7 @@ class ImageFaultsTest : public testing::TestWithParam<std::tuple<Operation, Poli
   std::string m_after;     // of the subject, when nothing fails
   std::string m_expected;  // outcome
   std::set<std::string> m_files;
+  std::ptrdiff_t m_openFiles = 0;
 };
 
 TEST_P(ImageFaultsTest, EveryCallToTheSystemMayFail) {
