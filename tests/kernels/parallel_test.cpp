@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 #include <stdexcept>
@@ -51,6 +52,22 @@ TEST(ParallelFor, AnExceptionReachesTheCaller) {
   }
   SetThreadCount(0);
 }
+
+#if GTEST_HAS_DEATH_TEST
+// A forked child has none of the pool's threads.
+TEST(ParallelForDeathTest, AForkedChildWorksAndEnds) {
+  SetThreadCount(3);
+  const auto run = [] {
+    std::atomic<int> done{0};
+    ParallelFor(100, [&](std::int64_t) { ++done; });
+    return done.load();
+  };
+  EXPECT_EQ(run(), 100);
+  EXPECT_EXIT(std::exit(run()), testing::ExitedWithCode(100), "");
+  EXPECT_EQ(run(), 100);
+  SetThreadCount(0);
+}
+#endif
 
 TEST(ScratchCache, ReusesBlocksWithinItsLimit) {
   ScratchCache cache;
