@@ -1,10 +1,14 @@
-// Dates as cards hold them: what the readers make of any text in any of the cards they
-// look for.
+// Dates as cards hold them and as callers pass them: the parser, the calendar and
+// the writer of the time cards.
+#include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include "fuzz_input.h"
 #include "header/calendar.h"
 #include "korinimage/header.h"
+#include "platform/text.h"
+#include "support/memory_config.h"
 
 using korin::fuzz::Input;
 using korin::fuzz::Require;
@@ -22,6 +26,12 @@ bool IsNormal(const tagADATE& d) {
   return d.year >= -4712 && d.year <= 9999 && d.month >= 1 && d.month <= 12 && d.day >= 1 &&
          d.day <= 31 && d.hour >= 0 && d.hour <= 23 && d.minute >= 0 && d.minute <= 59 &&
          d.second >= 0.0 && d.second < 60.0 && !std::signbit(d.second);
+}
+
+std::vector<std::wstring> CardsOf(const CHeader& header) {
+  std::vector<std::wstring> cards;
+  for (int i = 0; i < header.GetCount(); ++i) cards.push_back(header.GetAt(i));
+  return cards;
 }
 
 void ReadDates(const CHeader& header) {
@@ -72,10 +82,93 @@ void ParseCards(Input& input) {
   ReadDates(header);
 }
 
+tagADATE TakeDate(Input& input) {
+  tagADATE date;
+  for (std::int32_t* part : {&date.year, &date.month, &date.day, &date.hour, &date.minute}) {
+    // Mostly small parts, now and then any at all.
+    *part =
+        input.Take<std::uint8_t>() < 250 ? input.Take<std::int16_t>() : input.Take<std::int32_t>();
+  }
+  date.second = input.Take<double>();
+  date.timezone = input.Take<std::int8_t>();
+  return date;
+}
+
+void Calculate(Input& input) {
+  tagADATE date = TakeDate(input);
+  const tagADATE span = TakeDate(input);
+  const auto before = calendar::GetJd(date);
+  const tagADATE old = date;
+  tagADATE back;
+  if (before && calendar::JdToDate2(*before, back)) {
+    Require(IsNormal(back), "a Julian Date gives a normal date");
+    Require(std::fabs(*calendar::GetJd(back) - *before) < kGridDays, "the way back is right");
+  }
+  const auto direction = input.Take<std::uint8_t>() % 2 == 0 ? calendar::Direction::kAdd
+                                                             : calendar::Direction::kSubtract;
+  if (!calendar::ChangeDate(date, span, direction)) {
+    Require(date.year == old.year && date.month == old.month && date.day == old.day,
+            "a refused change changes nothing");
+  } else {
+    Require(IsNormal(date), "a changed date is a normal one");
+  }
+  date = old;
+  const double seconds = input.Take<double>();
+  if (before && calendar::ChangeDate(date, seconds, direction)) {
+    const double sign = direction == calendar::Direction::kAdd ? 1.0 : -1.0;
+    const double expected = *before + sign * seconds / kSecondsOfDay;
+    const auto after = calendar::GetJd(date);
+    Require(!after || std::fabs(*after - expected) < kGridDays, "a span of seconds is right");
+  }
+  const double hours = input.Take<double>();
+  if (calendar::ChangeTimezone(date, hours)) {
+    Require(IsNormal(date) && date.timezone == hours, "a date in a zone is a normal one");
+  }
+}
+
+void WriteCards(Input& input) {
+  const std::uint8_t modes = input.Take<std::uint8_t>();
+  const korin::test::ScopedMemoryConfig config;
+  config->WriteInt("IO", "FitsUT-STR_END", modes & 1);
+  config->WriteInt("IO", "FitsSecFrac", modes & 2);
+  const auto takeJd = [&] {
+    return input.Take<std::uint8_t>() < 200 ? 2400000.0 + input.Take<std::uint32_t>() / 1e4
+                                            : input.Take<double>();
+  };
+  const double start = takeJd();
+  const double end = takeJd();
+  const double exposure = input.Take<double>();
+  const int coadd = input.Take<std::int32_t>();
+  const double exposure1 = input.Take<double>();
+  CHeader header;
+  while (!input.Empty()) header.Add(korin::platform::FromUtf8(input.TakeText()).c_str());
+  const auto before = CardsOf(header);
+  if (header.SetMidDateTime(start, end, exposure, coadd, exposure1) == 0) {
+    Require(CardsOf(header) == before, "a refusal leaves the header");
+    return;
+  }
+  for (const wchar_t* key : {L"DATE-OBS", L"UT", L"EXPTIME", L"EXP1TIME", L"COADD"}) {
+    const int at = header.Find(key);
+    Require(at >= 0, "every card is there");
+    Require(header.GetAt(at).find(L" / ") != std::wstring::npos, "every card has its comment");
+  }
+  ReadDates(header);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Input input(data, size);
-  ParseCards(input);
+  switch (input.Take<std::uint8_t>() % 3) {
+    case 0:
+      ParseCards(input);
+      break;
+    case 1:
+      Calculate(input);
+      break;
+    default:
+      WriteCards(input);
+      break;
+  }
   return 0;
 }

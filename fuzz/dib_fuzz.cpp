@@ -2,6 +2,7 @@
 // the parser and the pixel readers, and the whole way into an image.
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <span>
 #include <vector>
 
@@ -12,7 +13,7 @@
 #include "fuzz_input.h"
 #include "korinimage/image.h"
 #include "support/memory_config.h"
-#include "support/small_manager.h"
+#include "vm/manager_impl.h"
 
 using korin::fuzz::Require;
 
@@ -75,7 +76,14 @@ void Expand(std::span<const BYTE> codes, const korin::DibHeader& header) {
 }
 
 void Attach(std::span<const BYTE> block, bool expected) {
-  static const auto manager = korin::test::MakeManager(1 << 18, 8, 8);
+  static const std::shared_ptr<CVmManager> manager = [] {
+    auto configuration = CVmManagerConfiguration::DefaultConfiguration();
+    configuration->BlockSize = 1 << 18;
+    korin::vm::ManagerSeams seams;
+    seams.budgetBytes = 8 << 18;
+    seams.diskLimitBlocks = 8;
+    return std::make_shared<CVmManagerImpl>(std::move(configuration), std::move(seams));
+  }();
   const korin::DibHandle dib(korin::AllocGlobalMemory(static_cast<std::int64_t>(block.size())));
   if (const korin::DibLock lock(dib.Get()); !lock.Bytes().empty()) {
     std::memcpy(lock.Bytes().data(), block.data(), block.size());

@@ -6,8 +6,8 @@
 
 #include "fuzz_input.h"
 #include "korinimage/config.h"
-#include "memory_file_posix.h"
 #include "platform/text.h"
+#include "scratch_posix.h"
 #include "settings/ini_text.h"
 #include "settings/value_text.h"
 

@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -28,6 +29,28 @@ class MemoryFile {
 
  private:
   int m_file = memfd_create("fuzz", MFD_CLOEXEC);
+};
+
+// A folder of the process's own, which is its temporary folder; it goes at exit.
+class ScratchFolder {
+ public:
+  ScratchFolder() {
+    std::string name = (std::filesystem::temp_directory_path() / "korin-fuzz-XXXXXX").string();
+    Require(mkdtemp(name.data()) != nullptr, "a folder can be made");
+    setenv("TMPDIR", name.c_str(), 1);
+    m_path = name;
+  }
+  ~ScratchFolder() {
+    std::error_code ignored;
+    std::filesystem::remove_all(m_path, ignored);
+  }
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+  const std::filesystem::path& Path() const { return m_path; }
+
+ private:
+  std::filesystem::path m_path;
 };
 
 }  // namespace korin::fuzz
