@@ -1,68 +1,63 @@
-#include <tuple>
+#include <algorithm>
 
-#include "benches.h"
 #include "frames.h"
 #include "kernels/kernel_calls.h"
 
 namespace korin::bench {
 
-// uint16 to 8 bits by minimum and maximum, three planes, in place; beside the time of
-// the kernels that it cannot do without, on memory that is there already.
-void BenchChangeBits() {
-  if (!Wanted("change_bits")) return;
-  constexpr int kPlanes = 3;
-  const auto pixels = SkyPixels<std::uint16_t>();
-  const auto manager = ManagerOf(3000);
-  const auto whole = [&](const char* who, Policy policy) {
-    // The image is made anew before each run; the memory of the last result is there
-    // to be used again.
-    auto image = std::make_shared<CImage>();
-    const auto prepare = [&, policy, image] {
-      manager->SetAllocationPolicy(policy);
-      *image = CImage(manager, CImage::DataTypeInt16, static_cast<int>(kWidth),
-                      static_cast<int>(kHeight), kPlanes, 1.0, 0.0, false, CImage::ProgressPtr());
-      for (int plane = 0; plane < kPlanes; ++plane) SetPixels(*image, plane, pixels.data());
-    };
-    const auto run = [image] {
-      image->ChangeBits(CImage::DataTypeInt8, false, CImage::ChangeBitsLevel::MinMax,
-                        CImage::ProgressPtr());
-    };
-    return std::pair(image, Contender{who, run, prepare});
-  };
-  {
+namespace {
+
+constexpr int kPlanes = 3;
+constexpr const char* kOperation = "change_bits";
+constexpr const char* kType = "uint16->uint8";
+
+// Images that are converted in place, so that they are made anew before each run; the
+// memory of the last result is there to be used again.
+struct Pictures {
+  Pictures() {
     // Code, threads and tables are there before memory is measured.
-    CImage small(manager, CImage::DataTypeInt16, 1000, 1000, kPlanes, 1.0, 0.0, false,
-                 CImage::ProgressPtr());
-    small.ChangeBits(CImage::DataTypeInt8, false, CImage::ChangeBitsLevel::MinMax,
-                     CImage::ProgressPtr());
-  }
-  // Memory that is kept to be used again never exceeds what was in use together.
-  const auto bytesOf = [](const CImage& image) {
-    const auto& handle = *const_cast<CVmImage&>(*image.Store()).GetVmHandle();
-    return static_cast<double>(handle.GetBlockCount() * handle.GetBlockSize());
-  };
-  const std::int64_t before = ResidentBytes();
-  for (const auto& [who, policy] : {std::pair("row", Policy::Blocks), {"kernel", Policy::Planes}}) {
-    const auto [image, contender] = whole(who, policy);
-    contender.prepare();
-    double images = bytesOf(*image);
-    ResetPeak();
-    contender.run();
-    const double peak = static_cast<double>(PeakBytes() - before);
-    images += bytesOf(*image);
-    const auto block = static_cast<double>(image->Store()->GetVmHandle()->GetBlockSize());
-    const auto fact = [who = who](const char* name, double value) {
-      Fact("change_bits", "uint16->uint8", std::string(name) + who, value / (1 << 20));
-    };
-    fact("source_result_and_one_block_MiB_", images + block);
-    fact("peak_MiB_", peak);
+    CImage small = ImageOf<std::uint16_t>(manager, 1000, 1000, kPlanes);
+    Change(small);
   }
 
-  const auto kernelPath = whole("kernel", Policy::Planes).second;
-  const auto rowPath = whole("row", Policy::Blocks).second;
-  const std::vector<std::vector<std::uint16_t>> sources(kPlanes, pixels);
-  std::vector<std::vector<std::uint8_t>> results(kPlanes, std::vector<std::uint8_t>(pixels.size()));
-  const auto kernels = [&] {
+  CImage& Make(Policy policy) {
+    manager->SetAllocationPolicy(policy);
+    CImage& image = images[policy];
+    image = ImageOf<std::uint16_t>(manager, kWidth, kHeight, kPlanes);
+    for (int plane = 0; plane < kPlanes; ++plane) SetPixels(image, plane, pixels.data());
+    return image;
+  }
+
+  static void Change(CImage& image) {
+    image.ChangeBits(CImage::DataTypeInt8, false, CImage::ChangeBitsLevel::MinMax,
+                     CImage::ProgressPtr());
+  }
+
+  std::vector<std::uint16_t> pixels = SkyPixels<std::uint16_t>();
+  std::shared_ptr<CVmManager> manager = ManagerOf(3000);
+  std::map<Policy, CImage> images;
+};
+
+// Beside what the image and its result take together, with one block.
+Figures Peak(Policy policy) {
+  auto& pictures = Shared<Pictures>();
+  const std::int64_t before = ResidentBytes();
+  CImage& image = pictures.Make(policy);
+  const auto bytes = [&image] {
+    const auto& handle = *image.Store()->GetVmHandle();
+    return static_cast<std::int64_t>(handle.GetBlockCount()) * handle.GetBlockSize();
+  };
+  std::int64_t needed = bytes();
+  const std::int64_t peak = PeakDuring([&image] { Pictures::Change(image); }) - before;
+  needed += bytes() + image.Store()->GetVmHandle()->GetBlockSize();
+  constexpr double kMiB = 1 << 20;
+  return {{"peak_MiB", static_cast<double>(peak) / kMiB},
+          {"source_result_and_one_block_MiB", static_cast<double>(needed) / kMiB}};
+}
+
+// The kernels that the conversion cannot do without, on memory that is there already.
+struct Kernels {
+  void Run() {
     std::uint16_t low = 65535;
     std::uint16_t high = 0;
     for (const auto& source : sources) {
@@ -77,10 +72,25 @@ void BenchChangeBits() {
                                       kWidth, kWidth, 1.0, 0.0, static_cast<double>(low),
                                       static_cast<double>(high));
     }
-  };
-  Run({.operation = "change_bits",
-       .type = "uint16->uint8",
-       .contenders = {kernelPath, rowPath, {"kernels", kernels}}});
+  }
+
+  std::vector<std::vector<std::uint16_t>> sources{kPlanes, SkyPixels<std::uint16_t>()};
+  std::vector<std::vector<std::uint8_t>> results{kPlanes, SkyPixels<std::uint8_t>()};
+};
+
+}  // namespace
+
+// uint16 to 8 bits by minimum and maximum, three planes, in place.
+void AddChangeBits() {
+  Contest contest{.operation = kOperation, .type = kType};
+  for (const auto& [who, policy] : kPaths) {
+    contest.contenders.push_back(
+        {who, [policy = policy] { Pictures::Change(Shared<Pictures>().images.at(policy)); },
+         [policy = policy] { Shared<Pictures>().Make(policy); }});
+    AddMemory(kOperation, kType, who, [policy = policy] { return Peak(policy); });
+  }
+  contest.contenders.push_back({"kernels", [] { Shared<Kernels>().Run(); }});
+  Add(contest);
 }
 
 }  // namespace korin::bench

@@ -1,4 +1,5 @@
-#include "benches.h"
+#include <tuple>
+
 #include "frames.h"
 #include "kernels/kernel_calls.h"
 #include "kernels/store_conversion.h"
@@ -13,193 +14,136 @@ ElementKind KindOf() {
   return *ElementKindOf(static_cast<int>(TypeOf<T>()), std::is_signed_v<T>);
 }
 
-const ConversionRanges kRange{{1000.0, 5095.0}};
-
-template <typename S, typename D>
-class Conversions {
- public:
-  explicit Conversions(Frames<S>& frames) : m_frames(frames) {}
-
-  // The same conversion by blocks of whole planes and by rows of blocks, into an
-  // image that is there already.
-  void Bench(const std::string& operation, const RowConversion& conversion, bool normalize) {
-    if (!Wanted(operation)) return;
-    CImage planes = Target(Policy::Planes);
-    CImage blocks = Target(Policy::Blocks);
-    Contest contest{
-        .operation = operation, .type = NameOf<S>() + "->" + NameOf<D>(), .contenders = {}};
-    contest.contenders = {
-        {"kernel",
-         [&] {
-           (void)ConvertBlocks(*planes.Store(), *m_frames.Image(Policy::Planes).Store(), nullptr,
-                               false, conversion);
-         }},
-        {"row",
-         [&] {
-           (void)ConvertRows(*blocks.Store(), *m_frames.Image(Policy::Blocks).Store(), nullptr,
-                             conversion);
-         }},
-        {"limit", [&] {
-           ReadAndWrite(m_frames.Pixels(), kRead, m_out.data(), kWritten, GetThreadCount());
-         }}};
-    if (normalize) {
-      for (auto& peer : OpenCvPeers("normalize", m_frames.PlainPlane(), NameOf<D>())) {
-        contest.contenders.push_back(peer);
-      }
-    }
-    Run(contest);
+// A conversion by blocks of whole planes and by rows of blocks, into an image that is
+// there already. `make(source)` makes what converts; that is part of the work.
+template <typename S, typename D, typename Make>
+void AddConversion(const std::string& operation, Make make) {
+  Contest contest{.operation = operation, .type = NameOf<S>() + "->" + NameOf<D>()};
+  for (const auto& [who, policy] : kPaths) {
+    contest.contenders.push_back({who, [make, policy = policy] {
+                                    CImage& source = Sources<S>().Image(policy);
+                                    CVmImage& to = *Results<D>().Image(policy).Store();
+                                    const RowConversion conversion = make(source);
+                                    if (policy == Policy::Planes) {
+                                      (void)ConvertBlocks(to, *source.Store(), nullptr, false,
+                                                          conversion);
+                                    } else {
+                                      (void)ConvertRows(to, *source.Store(), nullptr, conversion);
+                                    }
+                                  }});
   }
-
-  // Range and mapping, as one would ask for them.
-  void BenchWithRange() {
-    if (!Wanted("minmax+normalize")) return;
-    Contest contest{.operation = "minmax+normalize",
-                    .type = NameOf<S>() + "->" + NameOf<D>(),
-                    .contenders = {}};
-    CImage planes = Target(Policy::Planes);
-    CImage blocks = Target(Policy::Blocks);
-    for (const auto& [who, policy, target] :
-         {std::tuple("kernel", Policy::Planes, &planes), {"row", Policy::Blocks, &blocks}}) {
-      contest.contenders.push_back(
-          {who, [this, policy = policy, target = target] {
-             CImage& source = m_frames.Image(policy);
-             const auto range = source.GetMinMaxRaw(0);
-             const auto conversion = NormalizeMappingConversion(
-                 KindOf<S>(), KindOf<D>(), 1.0, 0.0, {{std::get<0>(range), std::get<1>(range)}});
-             if (policy == Policy::Planes) {
-               (void)ConvertBlocks(*target->Store(), *source.Store(), nullptr, false, conversion);
-             } else {
-               (void)ConvertRows(*target->Store(), *source.Store(), nullptr, conversion);
-             }
-           }});
-    }
-    for (auto& peer : OpenCvPeers("minmax+normalize", m_frames.PlainPlane(), NameOf<D>())) {
-      contest.contenders.push_back(peer);
-    }
-    Run(contest);
+  if (operation != "minmax+normalize") {
+    contest.contenders.push_back({"limit", [] {
+                                    ReadAndWrite(Sources<S>().Pixels(), Frames<S>::kBytes,
+                                                 Results<D>().Pixels(), Frames<D>::kBytes,
+                                                 GetThreadCount());
+                                  }});
   }
-
- private:
-  static constexpr std::int64_t kRead = kPixels * static_cast<std::int64_t>(sizeof(S));
-  static constexpr std::int64_t kWritten = kPixels * static_cast<std::int64_t>(sizeof(D));
-
-  CImage Target(Policy policy) {
-    m_frames.Manager()->SetAllocationPolicy(policy);
-    CImage image(m_frames.Manager(), TypeOf<D>(), kWidth, kHeight, 1, 1.0, 0.0, std::is_signed_v<D>,
-                 CImage::ProgressPtr());
-    image.Fill(0, 1.0);
-    return image;
-  }
-
-  Frames<S>& m_frames;
-  std::vector<D> m_out = std::vector<D>(static_cast<std::size_t>(kPixels));
-};
-
-template <typename S, typename D>
-void BenchToInteger(Frames<S>& frames, bool withRange, bool withShift) {
-  Conversions<S, D> conversions(frames);
-  conversions.Bench("normalize",
-                    NormalizeMappingConversion(KindOf<S>(), KindOf<D>(), 1.0, 0.0, kRange), true);
-  if (withRange) conversions.BenchWithRange();
-  if (withShift) {
-    conversions.Bench("shift_clamp",
-                      ShiftClampConversion(KindOf<S>(), KindOf<D>(), 1.0, 0.0, -1000.0), false);
-  }
+  Append(contest.contenders, OpenCvPeers(operation, PlaneOf<S>(), NameOf<D>()));
+  Add(contest);
 }
 
 template <typename S, typename D>
-void BenchCast(Frames<S>& frames) {
-  Conversions<S, D>(frames).Bench("static_cast", StaticCastConversion(KindOf<S>(), KindOf<D>()),
-                                  false);
+void AddNormalize() {
+  AddConversion<S, D>("normalize", [](CImage&) {
+    return NormalizeMappingConversion(KindOf<S>(), KindOf<D>(), 1.0, 0.0, {{1000.0, 5095.0}});
+  });
 }
 
-void BenchCopy(Frames<std::uint16_t>& frames) {
-  constexpr std::int64_t kBytes = kPixels * 2;
-  std::vector<std::uint16_t> out(static_cast<std::size_t>(kPixels));
-  Run({.operation = "copy",
-       .type = "uint16",
-       .contenders = {
-           {"kernel",
-            [&] {
-              (void)kernels::CopyBytes(frames.Pixels(), out.data(), kWidth * 2, kHeight, kWidth * 2,
-                                       kWidth * 2);
-            }},
-           {"memcpy", [&] { CopyAll(frames.Pixels(), out.data(), kBytes, GetThreadCount()); }}}});
+// Range and mapping, as one would ask for them.
+template <typename S, typename D>
+void AddNormalizeWithRange() {
+  AddConversion<S, D>("minmax+normalize", [](CImage& source) {
+    const auto range = source.GetMinMaxRaw(0);
+    return NormalizeMappingConversion(KindOf<S>(), KindOf<D>(), 1.0, 0.0,
+                                      {{std::get<0>(range), std::get<1>(range)}});
+  });
+}
+
+template <typename S, typename D>
+void AddShift() {
+  AddConversion<S, D>("shift_clamp", [](CImage&) {
+    return ShiftClampConversion(KindOf<S>(), KindOf<D>(), 1.0, 0.0, -1000.0);
+  });
+}
+
+template <typename S, typename D>
+void AddCast() {
+  AddConversion<S, D>("static_cast",
+                      [](CImage&) { return StaticCastConversion(KindOf<S>(), KindOf<D>()); });
+}
+
+void AddCopies() {
+  using T = std::uint16_t;
+  const Contender copyAll{"memcpy", [] {
+                            CopyAll(Sources<T>().Pixels(), Results<T>().Pixels(), Frames<T>::kBytes,
+                                    GetThreadCount());
+                          }};
+  Contest copy{.operation = "copy", .type = NameOf<T>()};
+  copy.contenders = {{"kernel",
+                      [] {
+                        (void)kernels::CopyBytes(Sources<T>().Pixels(), Results<T>().Pixels(),
+                                                 kWidth * 2, kHeight, kWidth * 2, kWidth * 2);
+                      }},
+                     copyAll};
+  Append(copy.contenders, OpenCvPeers("copy", PlaneOf<T>()));
+  Add(copy);
   // A new image each time: what the system asks for fresh memory is in it.
-  Run({.operation = "copy_image",
-       .type = "uint16",
-       .contenders = {
-           {"kernel", [&] { CImage copy(frames.Image(Policy::Planes)); }},
-           {"row", [&] { CImage copy(frames.Image(Policy::Blocks)); }},
-           {"memcpy", [&] { CopyAll(frames.Pixels(), out.data(), kBytes, GetThreadCount()); }}}});
+  Contest image{.operation = "copy_image", .type = NameOf<T>(), .contenders = {copyAll}};
+  for (const auto& [who, policy] : kPaths) {
+    image.contenders.push_back(
+        {who, [policy = policy] { CImage made(Sources<T>().Image(policy)); }});
+  }
+  Add(image);
 }
 
 template <typename T>
-void BenchSmall(std::int64_t side) {
-  const auto pixels = SkyPixels<T>(side * side);
-  std::vector<std::uint8_t> out(pixels.size());
+void AddSmall(std::int64_t side) {
+  const auto pixels = std::make_shared<std::vector<T>>(SkyPixels<T>(side * side));
+  const auto out = std::make_shared<std::vector<std::uint8_t>>(pixels->size());
   const std::string type = NameOf<T>() + "_" + std::to_string(side) + "x" + std::to_string(side);
-  Run({.operation = "small_minmax",
-       .type = type,
-       .contenders = {{.who = "kernel",
-                       .run =
-                           [&] {
-                             T low{};
-                             T high{};
-                             (void)kernels::MinMax(pixels.data(), side, side, side, low, high);
-                           },
-                       .repeats = 500}},
-       .sweep = false});
-  Run({.operation = "small_normalize",
-       .type = type,
-       .contenders = {{.who = "kernel",
-                       .run =
-                           [&] {
-                             (void)kernels::NormalizeMapping(pixels.data(), out.data(), side, side,
-                                                             side, side, 1.0, 0.0, 1000.0, 5000.0);
-                           },
-                       .repeats = 100}},
-       .sweep = false});
+  const auto add = [&](const char* operation, int repeats, std::function<void()> run) {
+    Contender kernel{"kernel", std::move(run)};
+    kernel.repeats = repeats;
+    Add({.operation = operation, .type = type, .contenders = {kernel}, .sweep = false});
+  };
+  add("small_minmax", 500, [=] {
+    T low{};
+    T high{};
+    (void)kernels::MinMax(pixels->data(), side, side, side, low, high);
+  });
+  add("small_normalize", 100, [=] {
+    (void)kernels::NormalizeMapping(pixels->data(), out->data(), side, side, side, side, 1.0, 0.0,
+                                    1000.0, 5000.0);
+  });
 }
 
 }  // namespace
 
-void BenchConversions() {
-  bool wanted = false;
-  for (const char* name :
-       {"normalize", "minmax+normalize", "shift_clamp", "static_cast", "copy", "copy_image"}) {
-    wanted = wanted || Wanted(name);
-  }
-  if (!wanted) return;
-  {
-    Frames<std::uint16_t> frames;
-    BenchToInteger<std::uint16_t, std::uint8_t>(frames, true, true);
-    BenchToInteger<std::uint16_t, std::int16_t>(frames, false, true);
-    BenchCast<std::uint16_t, float>(frames);
-    BenchCopy(frames);
-  }
-  {
-    Frames<float> frames;
-    BenchToInteger<float, std::uint8_t>(frames, true, true);
-    BenchToInteger<float, std::uint16_t>(frames, false, true);
-    BenchCast<float, double>(frames);
-  }
-  {
-    Frames<std::int32_t> frames;
-    BenchCast<std::int32_t, double>(frames);
-  }
-  {
-    Frames<double> frames;
-    BenchToInteger<double, std::int32_t>(frames, false, false);
-    BenchToInteger<double, std::uint32_t>(frames, false, false);
-    BenchCast<double, float>(frames);
-  }
+void AddConversions() {
+  AddNormalize<std::uint16_t, std::uint8_t>();
+  AddNormalize<std::uint16_t, std::int16_t>();
+  AddNormalize<float, std::uint8_t>();
+  AddNormalize<float, std::uint16_t>();
+  AddNormalize<double, std::int32_t>();
+  AddNormalize<double, std::uint32_t>();
+  AddNormalizeWithRange<std::uint16_t, std::uint8_t>();
+  AddNormalizeWithRange<float, std::uint8_t>();
+  AddShift<std::uint16_t, std::uint8_t>();
+  AddShift<std::uint16_t, std::int16_t>();
+  AddShift<float, std::uint8_t>();
+  AddShift<float, std::uint16_t>();
+  AddCast<std::uint16_t, float>();
+  AddCast<std::int32_t, double>();
+  AddCast<float, double>();
+  AddCast<double, float>();
+  AddCopies();
 }
 
-void BenchSmallBlocks() {
+void AddSmallBlocks() {
   for (const std::int64_t side : {64, 128, 256, 512}) {
-    BenchSmall<std::uint16_t>(side);
-    BenchSmall<float>(side);
+    AddSmall<std::uint16_t>(side);
+    AddSmall<float>(side);
   }
 }
 

@@ -7,19 +7,20 @@
 #include <random>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
+#include "harness.h"
 #include "korinimage/korinimage.h"
 #include "peers.h"
 
-// The 24-megapixel frame on which everything is measured.
 namespace korin::bench {
 
 using Policy = CVmManager::AllocationPolicy;
 
-inline constexpr std::int64_t kWidth = 6000;
-inline constexpr std::int64_t kHeight = 4000;
-inline constexpr std::int64_t kPixels = kWidth * kHeight;
+// The two paths, by the layout on which they run.
+inline constexpr std::pair<const char*, Policy> kPaths[] = {{"kernel", Policy::Planes},
+                                                            {"row", Policy::Blocks}};
 
 template <typename T>
 constexpr CImage::DataType TypeOf() {
@@ -33,11 +34,10 @@ std::string NameOf() {
   return (std::is_signed_v<T> ? "int" : "uint") + std::to_string(8 * sizeof(T));
 }
 
-inline std::shared_ptr<CVmManager> ManagerOf(std::int64_t budgetMiB, std::int32_t blockSize = 0) {
+inline std::shared_ptr<CVmManager> ManagerOf(std::int64_t budgetMiB) {
   auto configuration = CVmManagerConfiguration::DefaultConfiguration();
   configuration->MemoryRatio = 0;
   configuration->MinMemorySize = static_cast<std::int32_t>(budgetMiB);
-  if (blockSize > 0) configuration->BlockSize = blockSize;
   return CVmManager::Create(std::move(configuration));
 }
 
@@ -50,6 +50,13 @@ std::vector<T> SkyPixels(std::int64_t count = kPixels) {
     value = static_cast<T>(sizeof(T) == 1 ? random() % 64 : 1000 + random() % 4096);
   }
   return values;
+}
+
+template <typename T>
+CImage ImageOf(const std::shared_ptr<CVmManager>& manager, std::int64_t width, std::int64_t height,
+               int planes = 1) {
+  return CImage(manager, TypeOf<T>(), static_cast<int>(width), static_cast<int>(height), planes,
+                1.0, 0.0, std::is_signed_v<T>, CImage::ProgressPtr());
 }
 
 inline void SetPixels(CImage& image, std::int64_t plane, const void* pixels) {
@@ -69,30 +76,48 @@ inline void SetPixels(CImage& image, std::int64_t plane, const void* pixels) {
 template <typename T>
 class Frames {
  public:
+  static constexpr std::int64_t kBytes = kPixels * static_cast<std::int64_t>(sizeof(T));
+
   Frames() : m_pixels(SkyPixels<T>()), m_manager(ManagerOf(3000)) {
-    for (const Policy policy : {Policy::Planes, Policy::Blocks}) {
+    for (const auto& [who, policy] : kPaths) {
       m_manager->SetAllocationPolicy(policy);
-      CImage image(m_manager, TypeOf<T>(), kWidth, kHeight, 1, 1.0, 0.0, std::is_signed_v<T>,
-                   CImage::ProgressPtr());
+      CImage image = ImageOf<T>(m_manager, kWidth, kHeight);
       SetPixels(image, 0, m_pixels.data());
       m_images.emplace(policy, std::move(image));
     }
   }
 
-  const T* Pixels() const { return m_pixels.data(); }
   T* Pixels() { return m_pixels.data(); }
-  Plane PlainPlane() const { return {m_pixels.data(), kWidth, kHeight, NameOf<T>()}; }
   // The image of a layout, with the manager's policy set to it.
   CImage& Image(Policy policy) {
     m_manager->SetAllocationPolicy(policy);
     return m_images.at(policy);
   }
-  const std::shared_ptr<CVmManager>& Manager() const { return m_manager; }
 
  private:
   std::vector<T> m_pixels;
   std::shared_ptr<CVmManager> m_manager;
   std::map<Policy, CImage> m_images;
 };
+
+// What is read, and what is written over.
+template <typename T>
+Frames<T>& Sources() {
+  return Shared<Frames<T>>();
+}
+template <typename T>
+Frames<T>& Results() {
+  struct Written : Frames<T> {};
+  return Shared<Written>();
+}
+
+template <typename T>
+Plane PlaneOf() {
+  return {[] { return Sources<T>().Pixels(); }, NameOf<T>()};
+}
+
+inline void Append(std::vector<Contender>& contenders, std::vector<Contender> more) {
+  for (Contender& contender : more) contenders.push_back(std::move(contender));
+}
 
 }  // namespace korin::bench

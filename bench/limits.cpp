@@ -1,11 +1,8 @@
 #include "limits.h"
 
-#include <algorithm>
 #include <cstring>
-#include <thread>
-#include <vector>
 
-#include "rounds.h"
+#include "kernels/parallel.h"
 
 // Plain loops; where the compiler can choose at run time they use the wide vectors.
 #if defined(__x86_64__) && defined(__GNUC__) && !defined(__clang__)
@@ -20,14 +17,11 @@ namespace {
 
 constexpr std::int64_t kPart = 4096;  // bytes read before the share of them is written
 
+// On the library's own threads: they are there, as they are for what is measured.
 template <typename Piece>
 void Share(std::int64_t parts, int threads, Piece piece) {
-  std::vector<std::thread> others;
-  for (int t = 1; t < threads; ++t) {
-    others.emplace_back([=] { piece(parts * t / threads, parts * (t + 1) / threads); });
-  }
-  piece(0, parts / threads);
-  for (std::thread& other : others) other.join();
+  ParallelFor(threads,
+              [&](std::int64_t t) { piece(parts * t / threads, parts * (t + 1) / threads); });
 }
 
 KORIN_WIDE_VECTORS std::uint64_t Sum(const std::uint64_t* words, std::int64_t count) {

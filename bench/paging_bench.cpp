@@ -1,10 +1,6 @@
-#include <algorithm>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <thread>
 
-#include "benches.h"
 #include "frames.h"
 #include "kernels/kernel_calls.h"
 #include "platform/swap_file.h"
@@ -51,30 +47,40 @@ class PlainTransfers {
 };
 
 // Misses on an image of four times the budget, block after block: each pushes one out.
-void BenchMisses(std::int64_t budgetMiB) {
-  const std::int64_t blocks = 4 * budgetMiB * kMiB / kBlock;
-  const auto manager = ManagerOf(budgetMiB);
-  manager->SetAllocationPolicy(Policy::Blocks);
-  CImage image(manager, CImage::DataTypeInt16, kBlock / 2, static_cast<int>(blocks), 1, 1.0, 0.0,
-               false, CImage::ProgressPtr());
-  image.Fill(0, 5.0);
-  const auto pass = [&](BlockIntent intent) {
-    for (std::int64_t block = 0; block < blocks; ++block) {
+template <std::int64_t kBudgetMiB>
+struct Misses {
+  static constexpr std::int64_t kBlocks = 4 * kBudgetMiB * kMiB / kBlock;
+
+  Misses() {
+    manager->SetAllocationPolicy(Policy::Blocks);
+    image = ImageOf<std::uint16_t>(manager, kBlock / 2, kBlocks);
+    image.Fill(0, 5.0);
+  }
+
+  void Pass(BlockIntent intent) {
+    for (std::int64_t block = 0; block < kBlocks; ++block) {
       g_sink = image.Store()->PinBlock(block, intent).Address()[0];
     }
-  };
-  PlainTransfers plain(blocks, budgetMiB * kMiB / kBlock);
-  const std::string type = "image_of_" + std::to_string(4 * budgetMiB) + "_MiB";
-  for (const bool write : {true, false}) {
-    Run({.operation = write ? "miss_out_and_in" : "miss_clean_victim",
-         .type = type,
-         .contenders = {{"korin", [&] { pass(write ? BlockIntent::Write : BlockIntent::Read); }},
-                        {write ? "pwrite+pread" : "pread", [&] { plain.Pass(write); }}},
-         .per = static_cast<double>(blocks),
-         .sweep = false,
-         .serial = true});
   }
-}
+
+  static void Add() {
+    for (const bool write : {true, false}) {
+      const auto intent = write ? BlockIntent::Write : BlockIntent::Read;
+      bench::Add({.operation = write ? "miss_out_and_in" : "miss_clean_victim",
+                  .type = "image_of_" + std::to_string(4 * kBudgetMiB) + "_MiB",
+                  .contenders = {{"korin", [intent] { Shared<Misses>().Pass(intent); }},
+                                 {write ? "pwrite+pread" : "pread",
+                                  [write] { Shared<Misses>().plain.Pass(write); }}},
+                  .per = static_cast<double>(kBlocks),
+                  .sweep = false,
+                  .serial = true});
+    }
+  }
+
+  std::shared_ptr<CVmManager> manager = ManagerOf(kBudgetMiB);
+  CImage image;
+  PlainTransfers plain{kBlocks, kBudgetMiB* kMiB / kBlock};
+};
 
 // A swap file that moves nothing: what is left of a miss is the manager's own work.
 class NoTransfers : public CVmVirtualMemory {
@@ -91,133 +97,141 @@ class NoTransfers : public CVmVirtualMemory {
   std::wstring GetPath() const override { return {}; }
 };
 
-void BenchBookkeeping(std::int64_t resident) {
-  constexpr std::int32_t kSmall = 64;
-  const std::int64_t blocks = resident + resident / 2;
-  vm::ManagerSeams seams;
-  seams.swap = [](const std::filesystem::path&) { return std::make_unique<NoTransfers>(); };
-  const auto manager = CreateManagerForTest(kSmall, resident, 2 * blocks, std::move(seams));
-  CVmImage store(manager, 8, kSmall, blocks, 1, nullptr);
-  // Any order but the one of the list; every access misses.
-  const std::int64_t step = blocks / 2 * 2 + 1;
-  const auto pass = [&](std::int64_t stride) {
-    for (std::int64_t i = 0, block = 0; i < blocks; ++i, block = (block + stride) % blocks) {
+// `kStride` goes from block to block and has no divisor in common with their number.
+template <std::int64_t kResident, std::int64_t kStride>
+struct Bookkeeping {
+  static constexpr std::int64_t kBlocks = kResident + kResident / 2;
+  static constexpr std::int32_t kSmall = 64;
+
+  // Every access misses.
+  void Pass() {
+    for (std::int64_t i = 0, block = 0; i < kBlocks; ++i, block = (block + kStride) % kBlocks) {
       g_sink = store.PinBlock(block, BlockIntent::Write).Address()[0];
     }
+  }
+
+  static std::shared_ptr<CVmManager> Manager() {
+    vm::ManagerSeams seams;
+    seams.swap = [](const std::filesystem::path&) { return std::make_unique<NoTransfers>(); };
+    return CreateManagerForTest(kSmall, kResident, 2 * kBlocks, std::move(seams));
+  }
+
+  static void Add() {
+    bench::Add({.operation = "paging_bookkeeping",
+                .type = std::to_string(kResident) + (kStride == 1 ? "_records" : "_scattered"),
+                .contenders = {{"korin", [] { Shared<Bookkeeping>().Pass(); }}},
+                .per = static_cast<double>(kBlocks),
+                .sweep = false,
+                .serial = true});
+  }
+
+  std::shared_ptr<CVmManager> manager = Manager();
+  CVmImage store{manager, 8, kSmall, kBlocks, 1, nullptr};
+};
+
+struct Rows {
+  Rows() { image.Fill(0, 5.0); }
+  std::shared_ptr<CVmManager> manager = ManagerOf(64);
+  CImage image = ImageOf<std::uint16_t>(manager, 1000, 1000);
+  CVmImage::AddressHandle locked;
+};
+
+template <typename Fetch>
+void AddRows(const char* operation, Fetch fetch) {
+  constexpr int kRows = 1000;
+  const auto run = [fetch] {
+    auto& rows = Shared<Rows>();
+    for (int y = 0; y < kRows; ++y) fetch(rows, *rows.image.Store(), y);
   };
-  Run({.operation = "paging_bookkeeping",
-       .type = std::to_string(resident) + "_records",
-       .contenders = {{"korin", [&] { pass(step % blocks); }}},
-       .per = static_cast<double>(blocks),
+  Add({.operation = operation,
+       .type = "uint16",
+       .contenders = {{.who = "korin", .run = run, .repeats = 20}},
+       .per = kRows,
        .sweep = false,
        .serial = true});
 }
 
-void BenchRows() {
-  const auto manager = ManagerOf(64);
-  CImage image(manager, CImage::DataTypeInt16, 1000, 1000, 1, 1.0, 0.0, false,
-               CImage::ProgressPtr());
-  image.Fill(0, 5.0);
-  CVmImage& store = *image.Store();
-  CVmImage::AddressHandle locked;
-  constexpr int kRows = 1000;
-  const auto run = [&](const char* operation, auto&& fetch) {
-    Run({.operation = operation,
-         .type = "uint16",
-         .contenders = {{"korin",
-                         [&] {
-                           for (int y = 0; y < kRows; ++y) fetch(y);
-                         }}},
-         .per = kRows,
-         .sweep = false,
-         .serial = true});
-  };
-  run("fetch_row", [&](int y) { g_sink = *store.GetImageAdr(0, y, 0, false, false, nullptr); });
-  run("fetch_row_lock_unlock", [&](int y) {
-    g_sink = *store.GetImageAdr(0, y, 0, false, true, &locked);
-    store.Unlock(locked);
-  });
-}
+constexpr std::int64_t kBudgetMiB = 32;
+
+// An image of four times the budget, and the same blocks in a plain file.
+struct Budget {
+  static constexpr std::int64_t kBlockLines = kBlock / (kWidth * 2);
+  static constexpr std::int64_t kBytes = kBlockLines * kWidth * 2;
+  static constexpr std::int64_t kBlocks = 4 * kBudgetMiB * kMiB / kBlock;
+  static constexpr std::int64_t kLines = kBlocks * kBlockLines;
+
+  static std::filesystem::path RawPath() {
+    return std::filesystem::temp_directory_path() / "korin_bench_frame.gray";
+  }
+
+  Budget() {
+    const auto pixels = SkyPixels<std::uint16_t>(kLines * kWidth);
+    manager->SetAllocationPolicy(Policy::Blocks);
+    image = ImageOf<std::uint16_t>(manager, kWidth, kLines);
+    SetPixels(image, 0, pixels.data());
+    file.Create(std::filesystem::temp_directory_path());
+    for (std::int64_t i = 0; i < kBlocks; ++i) {
+      file.WriteAt(i * kBlock, pixels.data() + i * kBlockLines * kWidth, kBytes);
+    }
+    std::ofstream(RawPath(), std::ios::binary)
+        .write(reinterpret_cast<const char*>(pixels.data()),
+               static_cast<std::streamsize>(pixels.size() * 2));
+  }
+  ~Budget() { std::filesystem::remove(RawPath()); }
+
+  // A loop that reads block after block, into as many buffers in turn, and runs the
+  // same kernel on it.
+  void ReadAndMeasure(std::int64_t inTurn) {
+    std::uint16_t low = 0;
+    std::uint16_t high = 0;
+    for (std::int64_t i = 0; i < kBlocks; ++i) {
+      std::uint16_t* const at = buffers.data() + i % inTurn * (kBytes / 2);
+      file.ReadAt(i * kBlock, at, kBytes);
+      (void)kernels::MinMax(at, kWidth, kBlockLines, kWidth, low, high);
+    }
+    g_sink = low;
+  }
+
+  std::shared_ptr<CVmManager> manager = ManagerOf(kBudgetMiB);
+  CImage image;
+  platform::SwapFile file;
+  std::vector<std::uint16_t> buffers = std::vector<std::uint16_t>(kBlocks / 4 * kBytes / 2);
+};
 
 }  // namespace
 
-void BenchPaging() {
-  if (Wanted("miss_out_and_in") || Wanted("miss_clean_victim")) {
-    BenchMisses(1);
-    BenchMisses(16);
-  }
-  if (Wanted("paging_bookkeeping")) {
-    for (const std::int64_t resident : {2000, 28000, 280000}) BenchBookkeeping(resident);
-  }
-  if (Wanted("fetch_row") || Wanted("fetch_row_lock_unlock")) BenchRows();
+void AddPaging() {
+  Misses<1>::Add();
+  Misses<16>::Add();
+  Bookkeeping<2000, 1>::Add();
+  Bookkeeping<28000, 1>::Add();
+  Bookkeeping<280000, 1>::Add();
+  Bookkeeping<2000, 7919>::Add();
+  Bookkeeping<28000, 7919>::Add();
+  Bookkeeping<280000, 7919>::Add();
+  AddRows("fetch_row", [](Rows&, CVmImage& store, int y) {
+    g_sink = *store.GetImageAdr(0, y, 0, false, false, nullptr);
+  });
+  AddRows("fetch_row_lock_unlock", [](Rows& rows, CVmImage& store, int y) {
+    g_sink = *store.GetImageAdr(0, y, 0, false, true, &rows.locked);
+    store.Unlock(rows.locked);
+  });
 }
 
-// Smallest and largest sample of an image of four times the budget, beside a loop that
-// reads block after block into one buffer and runs the same kernel on it.
-void BenchBudget() {
-  if (!Wanted("minmax_4x_budget")) return;
-  constexpr std::int64_t kBudgetMiB = 32;
-  constexpr std::int64_t kLines = kBlock / (kWidth * 2);  // of one block
-  constexpr std::int64_t kBytes = kLines * kWidth * 2;
-  constexpr std::int64_t kBlocks = 4 * kBudgetMiB * kMiB / kBlock;
-  const auto pixels = SkyPixels<std::uint16_t>(kBlocks * kLines * kWidth);
-  const auto manager = ManagerOf(kBudgetMiB);
-  manager->SetAllocationPolicy(Policy::Blocks);
-  CImage image(manager, CImage::DataTypeInt16, static_cast<int>(kWidth),
-               static_cast<int>(kBlocks * kLines), 1, 1.0, 0.0, false, CImage::ProgressPtr());
-  SetPixels(image, 0, pixels.data());
-
-  platform::SwapFile file;
-  file.Create(std::filesystem::temp_directory_path());
-  std::vector<std::uint16_t> buffer(kBytes / 2);
-  for (std::int64_t i = 0; i < kBlocks; ++i) {
-    file.WriteAt(i * kBlock, pixels.data() + i * kLines * kWidth, kBytes);
-  }
-  const auto raw = std::filesystem::temp_directory_path() / "korin_bench_frame.gray";
-  std::ofstream(raw, std::ios::binary)
-      .write(reinterpret_cast<const char*>(pixels.data()),
-             static_cast<std::streamsize>(pixels.size() * 2));
-
-  Contest contest{.operation = "minmax_4x_budget",
-                  .type = "uint16",
-                  .contenders = {{"row", [&] { g_sink = std::get<0>(image.GetMinMaxRaw(0)); }},
-                                 {"pread+kernel", [&] {
-                                    std::uint16_t low = 0;
-                                    std::uint16_t high = 0;
-                                    for (std::int64_t i = 0; i < kBlocks; ++i) {
-                                      file.ReadAt(i * kBlock, buffer.data(), kBytes);
-                                      (void)kernels::MinMax(buffer.data(), kWidth, kLines, kWidth,
-                                                            low, high);
-                                    }
-                                    g_sink = low;
-                                  }}}};
-  // The same with as many buffers as the budget has blocks: what a budget costs that is
-  // really used.
-  std::vector<std::uint16_t> buffers(static_cast<std::size_t>(kBlocks / 4 * kBytes / 2));
-  contest.contenders.push_back({"pread_ring+kernel", [&] {
-                                  std::uint16_t low = 0;
-                                  std::uint16_t high = 0;
-                                  for (std::int64_t i = 0; i < kBlocks; ++i) {
-                                    auto* at = buffers.data() + i % (kBlocks / 4) * (kBytes / 2);
-                                    file.ReadAt(i * kBlock, at, kBytes);
-                                    (void)kernels::MinMax(at, kWidth, kLines, kWidth, low, high);
-                                  }
-                                  g_sink = low;
-                                }});
-  for (auto& peer : VipsFromFile(raw.string(), kWidth, kBlocks * kLines)) {
-    contest.contenders.push_back(peer);
-  }
-  Run(contest);
-  if (auto magick = Driver("imagemagick", "magick " + std::to_string(kWidth) + "x" +
-                                              std::to_string(kBlocks * kLines) + " " +
-                                              std::to_string(kBudgetMiB) + " " + raw.string());
-      magick.run) {
-    contest.contenders = {magick};
-    contest.serial = true;
-    contest.mostRounds = 1;
-    Run(contest);
-  }
-  std::filesystem::remove(raw);
+void AddBudget() {
+  const auto budget = []() -> Budget& { return Shared<Budget>(); };
+  const std::string raw = Budget::RawPath().string();
+  Contest contest{.operation = "minmax_4x_budget", .type = "uint16"};
+  contest.contenders = {
+      {"row", [=] { g_sink = std::get<0>(budget().image.GetMinMaxRaw(0)); }},
+      {"pread+kernel", [=] { budget().ReadAndMeasure(1); }},
+      // As many buffers as the budget has blocks: what a budget costs that is really used.
+      {"pread_ring+kernel", [=] { budget().ReadAndMeasure(Budget::kBlocks / 4); }}};
+  Append(contest.contenders, VipsFromFile(raw, kWidth, Budget::kLines));
+  contest.contenders.push_back(Driver("imagemagick", "magick " + std::to_string(kWidth) + "x" +
+                                                         std::to_string(Budget::kLines) + " " +
+                                                         std::to_string(kBudgetMiB) + " " + raw));
+  Add(contest);
 }
 
 }  // namespace korin::bench

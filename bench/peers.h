@@ -1,25 +1,24 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
-#include "rounds.h"
+#include "harness.h"
 
 // Other programs' libraries doing the same work, as far as they were found.
 namespace korin::bench {
 
-// A plane of pixels in plain memory; `type` is uint8, uint16, int32, float or double.
+// A frame of pixels in plain memory; `type` is a name such as uint16, int32 or double.
 struct Plane {
-  const void* pixels = nullptr;
-  std::int64_t width = 0;
-  std::int64_t height = 0;
+  std::function<const void*()> pixels;
   std::string type;
 };
 
 // Contenders for "minmax", "minmaxavr", "average", "deviation", "histogram256",
-// "histogram65536"; "normalize" (uint8, uint16 and int32 by a known range) and
-// "minmax+normalize" with the destination's type.
+// "histogram65536", "fill", "copy"; with the destination's type for "normalize" (by a
+// known range), "minmax+normalize", "shift_clamp" and "static_cast".
 std::vector<Contender> OpenCvPeers(const std::string& operation, const Plane& plane,
                                    const std::string& to = {});
 std::vector<Contender> VipsPeers(const std::string& operation, const Plane& plane);

@@ -37,58 +37,56 @@ void MinMax(VipsImage* image) {
   g_sink = low + high;
 }
 
+void Average(VipsImage* image) {
+  double average = 0.0;
+  vips_avg(image, &average, nullptr);
+  g_sink = average;
+}
+
+void Deviation(VipsImage* image) {
+  double deviation = 0.0;
+  vips_deviate(image, &deviation, nullptr);
+  g_sink = deviation;
+}
+
 // Smallest, largest, average and deviation in one pass.
 void Stats(VipsImage* image) {
   VipsImage* out = nullptr;
   if (vips_stats(image, &out, nullptr) == 0) g_object_unref(out);
 }
 
+void Histogram(VipsImage* image) {
+  VipsImage* out = nullptr;
+  if (vips_hist_find(image, &out, nullptr) == 0) g_object_unref(out);
+}
+
 }  // namespace
 
 std::vector<Contender> VipsPeers(const std::string& operation, const Plane& plane) {
-  static const std::map<std::string, std::pair<VipsBandFormat, std::size_t>> formats{
+  static const std::map<std::string, std::pair<VipsBandFormat, std::int64_t>> formats{
       {"uint8", {VIPS_FORMAT_UCHAR, 1}},
       {"uint16", {VIPS_FORMAT_USHORT, 2}},
       {"int32", {VIPS_FORMAT_INT, 4}},
       {"float", {VIPS_FORMAT_FLOAT, 4}},
       {"double", {VIPS_FORMAT_DOUBLE, 8}}};
-  const auto found = formats.find(plane.type);
-  if (found == formats.end()) return {};
-  Start();
-  const Image image = Own(vips_image_new_from_memory(
-      plane.pixels, static_cast<std::size_t>(plane.width * plane.height) * found->second.second,
-      static_cast<int>(plane.width), static_cast<int>(plane.height), 1, found->second.first));
-  const auto peer = [](const char* who, auto&& run) { return Contender{who, run}; };
-  const auto stats = peer("vips", [image] { Stats(image.get()); });
-  if (operation == "minmax") return {peer("vips", [image] { MinMax(image.get()); })};
-  if (operation == "minmaxavr") return {stats};
-  if (operation == "average") {
-    return {peer("vips", [image] {
-      double average = 0.0;
-      vips_avg(image.get(), &average, nullptr);
-      g_sink = average;
-    })};
-  }
-  if (operation == "deviation") {
-    return {peer("vips", [image] {
-      double deviation = 0.0;
-      vips_deviate(image.get(), &deviation, nullptr);
-      g_sink = deviation;
-    })};
-  }
-  if ((operation == "histogram256" && plane.type == "uint8") ||
-      (operation == "histogram65536" && plane.type == "uint16")) {
-    return {peer("vips", [image] {
-      VipsImage* out = nullptr;
-      if (vips_hist_find(image.get(), &out, nullptr) == 0) g_object_unref(out);
-    })};
-  }
-  return {};
+  std::map<std::string, void (*)(VipsImage*)> runs{
+      {"minmax", MinMax}, {"minmaxavr", Stats}, {"average", Average}, {"deviation", Deviation}};
+  // It has as many bins as the type has values.
+  if (plane.type == "uint8") runs["histogram256"] = Histogram;
+  if (plane.type == "uint16") runs["histogram65536"] = Histogram;
+  const auto run = runs.find(operation);
+  const auto format = formats.find(plane.type);
+  if (run == runs.end() || format == formats.end()) return {};
+  return {{"vips", [pixels = plane.pixels, run = run->second, format = format->second] {
+             run(Own(vips_image_new_from_memory(
+                         pixels(), static_cast<std::size_t>(kPixels * format.second),
+                         static_cast<int>(kWidth), static_cast<int>(kHeight), 1, format.first))
+                     .get());
+           }}};
 }
 
 std::vector<Contender> VipsFromFile(const std::string& file, std::int64_t width,
                                     std::int64_t height) {
-  Start();
   return {{"vips", [=] {
              VipsImage* opened = nullptr;
              if (vips_rawload(file.c_str(), &opened, static_cast<int>(width),
