@@ -1,6 +1,7 @@
 #include "kernels/byte_copy.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 #include "kernels/parallel.h"
@@ -9,24 +10,41 @@
 namespace korin {
 namespace {
 
-// Large enough for what a step of the thread pool costs, small enough to be shared
-// evenly.
-constexpr std::int64_t kPiece = 512 << 10;
+// Destinations are shared out by stretches of this size: threads that write fresh memory
+// close to each other would each have the system clear the same large page.
+constexpr std::uintptr_t kFrame = 2 << 20;
+
+std::uintptr_t FrameOf(const BYTE* address) {
+  return reinterpret_cast<std::uintptr_t>(address) / kFrame;
+}
 
 }  // namespace
 
 void CopyOnThreads(const std::vector<CVmImage::BytesToMove>& moves, bool streamed) {
   std::vector<CVmImage::BytesToMove> pieces;
-  for (const auto& [to, from, size] : moves) {
-    for (std::int64_t at = 0; at < size; at += kPiece) {
-      pieces.push_back({to + at, from + at, std::min(kPiece, size - at)});
+  std::vector<std::size_t> tasks;  // the first piece of each
+  for (auto [to, from, size] : moves) {
+    while (size > 0) {
+      if (pieces.empty() || FrameOf(pieces.back().to) != FrameOf(to)) {
+        tasks.push_back(pieces.size());
+      }
+      const auto left = kFrame - reinterpret_cast<std::uintptr_t>(to) % kFrame;
+      const std::int64_t now = std::min(size, static_cast<std::int64_t>(left));
+      pieces.push_back({to, from, now});
+      to += now;
+      from += now;
+      size -= now;
     }
   }
-  ParallelFor(static_cast<std::int64_t>(pieces.size()), [&](std::int64_t i) {
-    const auto& [to, from, size] = pieces[static_cast<std::size_t>(i)];
-    const auto bytes = static_cast<std::size_t>(size);
-    streamed ? platform::StreamCopy(to, from, bytes)
-             : static_cast<void>(std::memcpy(to, from, bytes));
+  tasks.push_back(pieces.size());
+  ParallelFor(static_cast<std::int64_t>(tasks.size()) - 1, [&](std::int64_t task) {
+    const auto number = static_cast<std::size_t>(task);
+    for (std::size_t i = tasks[number]; i < tasks[number + 1]; ++i) {
+      const auto& [to, from, size] = pieces[i];
+      const auto bytes = static_cast<std::size_t>(size);
+      streamed ? platform::StreamCopy(to, from, bytes)
+               : static_cast<void>(std::memcpy(to, from, bytes));
+    }
   });
 }
 
