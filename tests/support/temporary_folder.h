@@ -41,6 +41,7 @@ class OwnTemporaryFolder {
 #else
   static constexpr const char* kVariable = "TMPDIR";
 #endif
+  OwnTemporaryFolder() {}  // so that constants need no initializer
   const std::filesystem::path& Path() const { return m_folder.Path(); }
 
  private:
