@@ -50,7 +50,8 @@ class SharedMapping {
 };
 
 // True when some living process of this user has the object open, this one
-// included. An object that nobody holds any more is removed. Waits for nobody.
+// included, or when that cannot be told. An object that nobody holds any more is
+// removed. Waits for nobody.
 bool IsSharedMappingHeld(std::string_view name) noexcept;
 
 }  // namespace korin::platform

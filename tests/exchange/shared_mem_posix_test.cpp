@@ -13,6 +13,7 @@
 #include <functional>
 
 #include "exchange/exchange_fixture.h"
+#include "support/fault_at.h"
 
 extern char** environ;
 
@@ -138,6 +139,11 @@ TEST_F(PosixExchangeTest, FirstToOpenFindsZerosAndTheLastRemoves) {
     ASSERT_TRUE(other.Open(platform::kImageMappingName, wire::image::kBytes));
     CSharedMem::CloseMappingHandles();
     EXPECT_TRUE(platform::IsSharedMappingHeld(platform::kImageMappingName));
+    {
+      const FaultAt refused(1, platform::Fault::kNoMemory, true, {platform::Call::kOpenFile});
+      EXPECT_TRUE(platform::IsSharedMappingHeld(platform::kPixelMappingName)) << "who can tell";
+    }
+    EXPECT_FALSE(platform::IsSharedMappingHeld(platform::kPixelMappingName));
     // A child that ends does not end its parent's use.
     const pid_t child = fork();
     if (child == 0) {

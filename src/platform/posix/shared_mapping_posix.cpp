@@ -146,7 +146,9 @@ bool IsSharedMappingHeld(std::string_view name) noexcept {
     // A descriptor of its own: trying for the exclusive lock on one that holds the
     // shared lock would lose that.
     const Descriptor file = OpenObject(object, 0);
-    if (!file || !IsPrivateObject(file)) return false;
+    // None, or a foreign one; any other failure says nothing, as below.
+    if (!file) return errno != ENOENT && errno != EACCES && errno != ELOOP;
+    if (!IsPrivateObject(file)) return false;
     const LockResult result = TryLock(file.Get(), LOCK_EX);
     if (result == LockResult::kTaken) RemoveName(file, object);
     return result != LockResult::kTaken;
