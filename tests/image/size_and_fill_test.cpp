@@ -1,3 +1,4 @@
+#include <HalideRuntime.h>
 #include <gtest/gtest.h>
 
 #include "image/image_fixture.h"
@@ -110,6 +111,22 @@ TEST_F(SizeAndFill, ScalingAppliedImageHoldsPhysicalValues) {
     EXPECT_EQ(ReadPixels<double>(*zeros), std::vector<double>(pixels.size()));
     EXPECT_EQ(zeros->GetBitsPixel(), CImage::DataTypeDouble);
   }
+}
+
+// A block that was to be overwritten was not read, and holds anything.
+TEST_F(SizeAndFill, AKernelThatFailsLeavesZeros) {
+  const auto manager = MakeManager(4096, 1, 10);
+  const Shape shape{40, 20, 1};
+  CImage image = MakeImage(manager, shape, RandomPixels<std::uint16_t>(shape));
+  CImage other = MakeImage(manager, shape, RandomPixels<std::uint16_t>(shape, 2));
+  EXPECT_FALSE(image.IsOnMemory());
+  const auto failing = [](void*, halide_task_t, int, int, std::uint8_t*) { return -1; };
+  const auto working = halide_set_custom_do_par_for(failing);
+  EXPECT_FALSE(image.Fill(0, 5.0));
+  halide_set_custom_do_par_for(working);
+  EXPECT_EQ(ReadPixels<std::uint16_t>(image), std::vector<std::uint16_t>(800));
+  EXPECT_TRUE(image.Fill(0, 5.0));
+  EXPECT_EQ(ReadPixels<std::uint16_t>(image), std::vector<std::uint16_t>(800, 5));
 }
 
 TEST_F(SizeAndFill, Levels) {
