@@ -120,6 +120,7 @@ TEST_F(SizeAndFill, AKernelThatFailsLeavesZeros) {
   CImage image = MakeImage(manager, shape, RandomPixels<std::uint16_t>(shape));
   CImage other = MakeImage(manager, shape, RandomPixels<std::uint16_t>(shape, 2));
   EXPECT_FALSE(image.IsOnMemory());
+  EXPECT_TRUE(other.Fill(0, 1.0));  // the runtime is set up
   const auto failing = [](void*, halide_task_t, int, int, std::uint8_t*) { return -1; };
   const auto working = halide_set_custom_do_par_for(failing);
   EXPECT_FALSE(image.Fill(0, 5.0));
