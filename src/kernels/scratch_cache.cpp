@@ -5,6 +5,8 @@
 #include <limits>
 #include <new>
 
+#include "platform/lasting.h"
+
 namespace korin {
 namespace {
 
@@ -26,14 +28,20 @@ struct ScratchCache::Header {
 };
 
 ScratchCache& ScratchCache::Process() {
-  static auto* const cache = new ScratchCache;
-  return *cache;
+  // A pool thread may outlive static objects.
+  return platform::Lasting<ScratchCache>();
 }
 
-ScratchCache::~ScratchCache() {
-  for (Header* const header : m_slots) {
+ScratchCache::~ScratchCache() { AtUnload(); }
+
+void ScratchCache::AtUnload() noexcept {
+  const std::unique_lock lock(m_mutex, std::try_to_lock);
+  if (!lock) return;
+  for (Header*& header : m_slots) {
     if (header != nullptr) std::free(header->allocation);
+    header = nullptr;
   }
+  m_cachedBytes = kMostCached;  // no room for more
 }
 
 void* ScratchCache::Take(std::size_t bytes) {

@@ -10,8 +10,7 @@ namespace korin {
 // system cost more than the work done in them. Any thread.
 class ScratchCache {
  public:
-  // The one that the pipelines use. It is never destroyed, since a pool thread may
-  // outlive static objects.
+  // The one that the pipelines use.
   static ScratchCache& Process();
 
   ScratchCache() = default;
@@ -25,6 +24,9 @@ class ScratchCache {
   void Give(void* scratch);
 
   std::size_t CachedBytes() const;
+
+  // Nothing is kept from now on.
+  void AtUnload() noexcept;
 
  private:
   static constexpr std::size_t kSlots = 32;

@@ -44,6 +44,11 @@ class HandleTable {
     return true;
   }
 
+  // Forgets the slots of a table without objects, and with them the handles given.
+  void Shrink() noexcept {
+    if (m_freeCount == m_slots.size()) *this = HandleTable();
+  }
+
   // Erases every object for which condition(object) holds.
   template <typename Condition>
   void EraseIf(Condition condition) noexcept {

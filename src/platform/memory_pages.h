@@ -1,9 +1,14 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <limits>
 
 // Whole pages of private, zeroed process memory.
 namespace korin::platform {
+
+// Beyond it the distance of two addresses does not fit: 2 GiB where they have 32 bits.
+inline constexpr std::int64_t kLargestMapping = std::numeric_limits<std::ptrdiff_t>::max();
 
 // Bytes of one page; a power of two.
 std::int64_t PageSize();

@@ -4,6 +4,7 @@
 #include <system_error>
 #include <utility>
 
+#include "platform/lasting.h"
 #include "platform/user_folders.h"
 #include "settings/ini_config.h"
 
@@ -14,13 +15,16 @@ namespace {
 struct Default {
   std::mutex mutex;
   std::shared_ptr<Config> config;
+  bool opened = false;  // here; else its code may lie in a library that is gone by then
+
+  void AtUnload() noexcept {
+    const std::unique_lock lock(mutex, std::try_to_lock);
+    if (lock && opened) config.reset();
+  }
 };
 
-// Never destroyed: managers may write their figures while the process ends.
-Default& TheDefault() {
-  static Default* const shared = new Default;
-  return *shared;
-}
+// Managers may write their figures while the process ends.
+Default& TheDefault() { return platform::Lasting<Default>(); }
 
 std::filesystem::path DefaultFile() {
   if (const auto named = platform::EnvironmentPath("KORINIMAGE_CONFIG")) return *named;
@@ -37,7 +41,10 @@ std::filesystem::path Config::File() const { return {}; }
 std::shared_ptr<Config> Config::DefaultConfig() {
   Default& shared = TheDefault();
   const std::lock_guard lock(shared.mutex);
-  if (!shared.config) shared.config = OpenFile(DefaultFile());
+  if (!shared.config) {
+    shared.config = OpenFile(DefaultFile());
+    shared.opened = true;
+  }
   return shared.config;
 }
 
@@ -45,6 +52,7 @@ void Config::SetDefaultConfig(std::shared_ptr<Config> config) {
   Default& shared = TheDefault();
   const std::lock_guard lock(shared.mutex);
   std::swap(shared.config, config);  // the old one dies outside the lock
+  shared.opened = false;
 }
 
 // A relative name means the folder that is current now, not at a later write.

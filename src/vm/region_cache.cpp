@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "platform/checked_math.h"
+#include "platform/lasting.h"
 #include "platform/memory_pages.h"
 
 namespace korin::vm {
@@ -20,6 +21,9 @@ constexpr std::int64_t kSmallChunk = 4 * kMiB;  // for regions below that
 constexpr std::int64_t kMostRegions = 4096;
 constexpr std::int64_t kMostWarm = (kSmallSpace ? 32 : 256) * kMiB;
 constexpr std::int64_t kLeastWarm = 8 * kMiB;
+// Of a small address space so much stays free in one piece, for the stacks of
+// threads, buffers and the heap of the rest of the program.
+constexpr std::int64_t kOthersPart = 64 * kMiB;
 
 std::int64_t RoundUp(std::int64_t size, std::int64_t unit) { return CeilDiv(size, unit) * unit; }
 
@@ -34,6 +38,17 @@ std::int64_t ClassSize(std::int64_t size) {
   return RoundUp(size, step);
 }
 
+void* MapBesideOthers(std::int64_t size) {
+  void* const base = platform::MapPages(size);
+  if (!kSmallSpace || base == nullptr) return base;
+  if (void* const others = platform::MapPages(kOthersPart)) {
+    platform::UnmapPages(others, kOthersPart);
+    return base;
+  }
+  platform::UnmapPages(base, size);
+  return nullptr;
+}
+
 std::int64_t ChunkSize(std::int64_t regionSize) {
   if (regionSize >= kAlone) return regionSize;
   const std::int64_t most = regionSize < kPaged ? kSmallChunk : kChunk;
@@ -43,10 +58,17 @@ std::int64_t ChunkSize(std::int64_t regionSize) {
 }  // namespace
 
 RegionCache& RegionCache::Instance() {
-  // Never destroyed: blocks of a manager in static storage outlive any order of
-  // destruction this file could choose.
-  static RegionCache* cache = new RegionCache;
-  return *cache;
+  // Blocks of a manager in static storage outlive any order of destruction this file
+  // could choose.
+  return platform::Lasting<RegionCache>();
+}
+
+void RegionCache::AtUnload() noexcept {
+  const std::unique_lock lock(m_mutex, std::try_to_lock);
+  if (!lock) return;
+  m_ended = true;
+  DropUnused();
+  if (m_chunks.empty()) m_classes.clear();
 }
 
 RegionCache::~RegionCache() {
@@ -64,11 +86,11 @@ bool RegionCache::AddChunk(SizeClass& sizes) {
   chunk.owner = &sizes;
   chunk.bytes = ChunkSize(sizes.size);
   chunk.regions.resize(static_cast<std::size_t>(chunk.bytes / sizes.size));
-  chunk.base = static_cast<char*>(platform::MapPages(chunk.bytes));
+  chunk.base = static_cast<char*>(MapBesideOthers(chunk.bytes));
   if (chunk.base == nullptr && chunk.regions.size() > 1) {  // crowded: just one region
     chunk.bytes = RoundUp(sizes.size, platform::PageSize());
     chunk.regions.resize(1);
-    chunk.base = static_cast<char*>(platform::MapPages(chunk.bytes));
+    chunk.base = static_cast<char*>(MapBesideOthers(chunk.bytes));
   }
   if (chunk.base == nullptr) return false;
   try {
@@ -93,7 +115,8 @@ RegionCache::Taken RegionCache::Take(std::int64_t size) noexcept {
     const std::int64_t rounded = ClassSize(size);
     SizeClass& sizes = m_classes[rounded];
     sizes.size = rounded;
-    if (sizes.warm.Empty() && sizes.cold.Empty() && !AddChunk(sizes)) return {};
+    const bool full = sizes.warm.Empty() && sizes.cold.Empty();
+    if (full && !AddChunk(sizes) && !(DropUnused() && AddChunk(sizes))) return {};
     Region* region = nullptr;
     if (!sizes.warm.Empty()) {
       region = sizes.warm.First();
@@ -136,7 +159,7 @@ void RegionCache::Give(void* address) noexcept {
 // highest, so the cache does not raise the process's peak.
 void RegionCache::Trim() {
   const std::int64_t spare = std::max(kLeastWarm, m_peakInUse - m_figures.inUse);
-  const std::int64_t most = std::min(kMostWarm, spare);
+  const std::int64_t most = m_ended ? 0 : std::min(kMostWarm, spare);
   while (m_figures.warmFree > most) {
     Region& oldest = *m_warmByAge.First();
     Chunk& chunk = *oldest.chunk;
@@ -147,6 +170,17 @@ void RegionCache::Trim() {
     const std::int64_t size = chunk.owner->size;
     MakeCold(oldest, size >= kPaged && platform::DiscardPages(Address(oldest), size));
   }
+}
+
+// Gives back what is kept for classes that need nothing now: its addresses may be
+// what another class lacks. False: there was nothing.
+bool RegionCache::DropUnused() {
+  const std::size_t before = m_chunks.size();
+  for (auto next = m_chunks.begin(); next != m_chunks.end();) {
+    Chunk& chunk = *next++->second;
+    if (chunk.used == 0) DropChunk(chunk);
+  }
+  return m_chunks.size() < before;
 }
 
 void RegionCache::MakeCold(Region& region, bool zeroed) {

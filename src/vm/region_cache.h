@@ -44,6 +44,9 @@ class RegionCache {
 
   Figures GetFigures() const;
 
+  // Nothing is kept from now on, only what is in use.
+  void AtUnload() noexcept;
+
  private:
   struct Chunk;
   struct SizeClass;
@@ -70,6 +73,7 @@ class RegionCache {
 
   bool AddChunk(SizeClass& sizes);
   void DropChunk(Chunk& chunk);
+  bool DropUnused();
   void Trim();
   void MakeCold(Region& region, bool zeroed);
   char* Address(const Region& region) const;
@@ -80,6 +84,7 @@ class RegionCache {
   IntrusiveList<Region, &Region::byAge> m_warmByAge;       // longest free first
   Figures m_figures;
   std::int64_t m_peakInUse = 0;
+  bool m_ended = false;
 };
 
 }  // namespace korin::vm

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+
 namespace korin::test {
 
 // A shared library loaded at run time, and what of it is left in the process.
@@ -8,6 +10,11 @@ void* FindSymbol(void* library, const char* name);
 bool UnloadLibrary(void* library);
 bool IsLibraryLoaded(const char* fileName);
 int CountThreads();  // of this process
+// What the compiler's runtime itself leaves on the heap each time: where it emulates
+// them, the variables of the calling thread and the locks.
+extern const std::int64_t kRuntimeKeeps;
+std::int64_t HeapBytes();    // in use
+std::int64_t MappedBytes();  // of memory, the heap's own included
 void WaitMilliseconds(int milliseconds);
 
 }  // namespace korin::test

@@ -3,6 +3,8 @@
 // Behind the header that it builds on.
 #include <tlhelp32.h>
 
+#include <algorithm>
+
 #include "load_unload/dynamic_library.h"
 
 namespace korin::test {
@@ -28,6 +30,35 @@ int CountThreads() {
   }
   CloseHandle(snapshot);
   return count;
+}
+
+const std::int64_t kRuntimeKeeps = 1200;
+
+std::int64_t HeapBytes() {
+  HANDLE heaps[64];
+  const DWORD count = std::min<DWORD>(GetProcessHeaps(64, heaps), 64);
+  std::int64_t bytes = 0;
+  for (DWORD i = 0; i < count; ++i) {
+    PROCESS_HEAP_ENTRY entry{};
+    HeapLock(heaps[i]);
+    while (HeapWalk(heaps[i], &entry) != 0) {
+      if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0) bytes += entry.cbData;
+    }
+    HeapUnlock(heaps[i]);
+  }
+  return bytes;
+}
+
+std::int64_t MappedBytes() {
+  MEMORY_BASIC_INFORMATION part{};
+  std::int64_t bytes = 0;
+  for (const char* at = nullptr; VirtualQuery(at, &part, sizeof part) != 0;
+       at = static_cast<const char*>(part.BaseAddress) + part.RegionSize) {
+    if (part.State == MEM_COMMIT && part.Type == MEM_PRIVATE) {
+      bytes += static_cast<std::int64_t>(part.RegionSize);
+    }
+  }
+  return bytes;
 }
 
 void WaitMilliseconds(int milliseconds) { Sleep(static_cast<DWORD>(milliseconds)); }

@@ -1,6 +1,6 @@
 // Loads a plug-in that uses the library, runs kernels through it and unloads both,
-// ten times. Nothing may hang, and in the end neither threads nor the library may be
-// left behind.
+// ten times. Nothing may hang, and in the end neither threads, the library nor memory
+// may be left behind.
 //   load_unload PLUGIN LIBRARY-FILE-NAME
 
 #include <cstdio>
@@ -12,7 +12,9 @@ using namespace korin::test;
 namespace {
 
 constexpr int kRounds = 10;
-constexpr int kPatience = 30'000;  // milliseconds
+constexpr int kPatience = 30'000;            // milliseconds
+constexpr int kFirstRounds = 5;              // what the system keeps of a library, it keeps once
+constexpr std::int64_t kMostKept = 1 << 20;  // by the system's own heap, mapped
 constexpr double kExpected = 2.0 * 1234.0;
 
 bool Round(const char* plugin) {
@@ -25,27 +27,45 @@ bool Round(const char* plugin) {
   return UnloadLibrary(library) && result == kExpected;
 }
 
+// Threads that sleep between operations may take a moment to go. Milliseconds.
+int WaitForEnd(const char* library, int threadsBefore) {
+  int waited = 0;
+  while ((IsLibraryLoaded(library) || CountThreads() > threadsBefore) && waited < kPatience) {
+    WaitMilliseconds(50);
+    waited += 50;
+  }
+  return waited;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc != 3) return 2;
   const int threadsBefore = CountThreads();
   int mostThreads = 0;
+  int waited = 0;
+  std::int64_t heapBefore = 0;
+  std::int64_t mappedBefore = 0;
   for (int round = 0; round < kRounds; ++round) {
     if (!Round(argv[1])) {
       std::printf("round %d failed\n", round);
       return 1;
     }
     if (CountThreads() > mostThreads) mostThreads = CountThreads();
+    // First one upon the other, then each after the end of the one before.
+    if (round + 1 < kFirstRounds) continue;
+    waited += WaitForEnd(argv[2], threadsBefore);
+    if (round + 1 > kFirstRounds) continue;
+    heapBefore = HeapBytes();
+    mappedBefore = MappedBytes();
   }
-  // Threads that sleep between operations may take a moment to go.
-  int waited = 0;
-  while ((IsLibraryLoaded(argv[2]) || CountThreads() > threadsBefore) && waited < kPatience) {
-    WaitMilliseconds(50);
-    waited += 50;
-  }
+  const std::int64_t heap = HeapBytes() - heapBefore;
+  const std::int64_t mapped = MappedBytes() - mappedBefore;
   std::printf("threads: %d before, at most %d between, %d after %d ms; the library is %s\n",
               threadsBefore, mostThreads, CountThreads(), waited,
               IsLibraryLoaded(argv[2]) ? "still loaded" : "gone");
-  return CountThreads() <= threadsBefore && !IsLibraryLoaded(argv[2]) ? 0 : 1;
+  std::printf("left behind in %d rounds: %lld bytes of the heap, %lld bytes mapped\n",
+              kRounds - kFirstRounds, static_cast<long long>(heap), static_cast<long long>(mapped));
+  const bool gone = CountThreads() <= threadsBefore && !IsLibraryLoaded(argv[2]);
+  return gone && heap <= kRuntimeKeeps * (kRounds - kFirstRounds) && mapped <= kMostKept ? 0 : 1;
 }

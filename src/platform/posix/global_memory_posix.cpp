@@ -8,6 +8,7 @@
 
 #include "platform/fault.h"
 #include "platform/handle_table.h"
+#include "platform/lasting.h"
 
 namespace korin {
 
@@ -29,13 +30,15 @@ struct Block {
 struct Blocks {
   std::mutex mutex;
   platform::HandleTable<Block> table;
+
+  void AtUnload() noexcept {
+    const std::unique_lock lock(mutex, std::try_to_lock);
+    if (lock) table.Shrink();
+  }
 };
 
-// Never destroyed: handles may be freed by destructors that run at exit.
-Blocks& AllBlocks() {
-  static Blocks* const blocks = new Blocks;
-  return *blocks;
-}
+// Handles may be freed by destructors that run at exit.
+Blocks& AllBlocks() { return platform::Lasting<Blocks>(); }
 
 std::uintptr_t Number(HDIB memory) { return reinterpret_cast<std::uintptr_t>(memory); }
 

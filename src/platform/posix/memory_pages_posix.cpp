@@ -26,9 +26,8 @@ std::int64_t PageSize() {
 }
 
 void* MapPages(std::int64_t size) {
-  if (size <= 0 || Refused(Call::kMapMemory)) return nullptr;
+  if (size <= 0 || size > kLargestMapping || Refused(Call::kMapMemory)) return nullptr;
   const auto bytes = static_cast<std::size_t>(size);
-  if (static_cast<std::int64_t>(bytes) != size) return nullptr;  // beyond the address space
   void* address = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
   if (address == MAP_FAILED) return nullptr;
 #ifdef MADV_HUGEPAGE

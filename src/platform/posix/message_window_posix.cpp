@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "platform/handle_table.h"
+#include "platform/lasting.h"
 
 // One mutex guards every window and queue of the process. It is never held while a
 // procedure runs; each thread waits on a condition of its own queue.
@@ -48,13 +49,15 @@ struct Window {
 struct Desk {
   std::mutex mutex;
   platform::HandleTable<Window> windows;
+
+  void AtUnload() noexcept {
+    const std::unique_lock lock(mutex, std::try_to_lock);
+    if (lock) windows.Shrink();
+  }
 };
 
-// Never destroyed: threads may end after the static objects of the process.
-Desk& TheDesk() {
-  static Desk* const desk = new Desk;
-  return *desk;
-}
+// Threads may end after the static objects of the process.
+Desk& TheDesk() { return platform::Lasting<Desk>(); }
 
 using Lock = std::unique_lock<std::mutex>;
 

@@ -16,10 +16,9 @@ std::int64_t PageSize() {
 }
 
 void* MapPages(std::int64_t size) {
-  if (size <= 0 || win32::Injected(Call::kMapMemory)) return nullptr;
-  const auto bytes = static_cast<std::size_t>(size);
-  if (static_cast<std::int64_t>(bytes) != size) return nullptr;  // beyond the address space
-  return VirtualAlloc(nullptr, bytes, MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+  if (size <= 0 || size > kLargestMapping || win32::Injected(Call::kMapMemory)) return nullptr;
+  return VirtualAlloc(nullptr, static_cast<std::size_t>(size), MEM_COMMIT | MEM_RESERVE,
+                      PAGE_READWRITE);
 }
 
 bool UnmapPages(void* address, std::int64_t) {

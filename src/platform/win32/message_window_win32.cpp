@@ -14,6 +14,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/lasting.h"
 #include "platform/win32/windows_api.h"
 
 namespace korin {
@@ -40,13 +41,19 @@ struct Desk {
   std::mutex mutex;
   std::map<HWND, std::unique_ptr<Window>> windows;
   std::map<DWORD, Paints> paints;  // by thread
+
+  void AtUnload() noexcept {
+    const std::unique_lock lock(mutex, std::try_to_lock);
+    if (!lock || !windows.empty()) return;
+    for (const auto& [thread, waiting] : paints) {
+      if (waiting.event != nullptr) CloseHandle(waiting.event);
+    }
+    paints.clear();
+  }
 };
 
-// Never destroyed: threads may end after the static objects of the process.
-Desk& TheDesk() {
-  static Desk* const desk = new Desk;
-  return *desk;
-}
+// Threads may end after the static objects of the process.
+Desk& TheDesk() { return platform::Lasting<Desk>(); }
 
 // Plain values, so that no destructor of a thread is left behind when the library is
 // unloaded.
