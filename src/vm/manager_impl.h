@@ -128,10 +128,11 @@ class CVmManagerImpl : public CVmManager, public std::enable_shared_from_this<CV
   void ChangeHold(Record& record, Change change) noexcept;
   bool WorthWaiting(std::int64_t blocks) const;
   std::int64_t RoomWanted(std::int64_t blocks) const;
+  Record* EvictUntilTaken(CVmHandle& handle, std::int64_t index, std::int64_t& unplaced);
   std::int64_t& PinsOfThisThread();
 
   // manager_records.cpp
-  Record* CreateRecord(CVmHandle& handle, std::int64_t index);
+  Record* CreateRecord(CVmHandle& handle, std::int64_t index, bool* refused = nullptr);
   static void ZeroRecord(Record& record);
   void CommitRecord(Record& record) noexcept;
   void DropRecord(Record& record) noexcept;

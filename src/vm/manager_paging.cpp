@@ -132,6 +132,20 @@ std::int64_t CVmManagerImpl::RoomWanted(std::int64_t blocks) const {
   return m_evictable.Size() < blocks ? lacking : blocks;
 }
 
+// Memory that the system refuses although the budget has room: what other blocks
+// leave need not lie together, so more and more of them go.
+CVmManagerImpl::Record* CVmManagerImpl::EvictUntilTaken(CVmHandle& handle, std::int64_t index,
+                                                        std::int64_t& unplaced) {
+  Record* record = nullptr;
+  std::int64_t blocks = BlocksOf(handle.GetBlockSize());
+  while (record == nullptr && m_evictable.Size() > 0) {
+    if (!EvictFor(std::min(blocks, m_evictable.Size()), unplaced)) break;
+    record = CreateRecord(handle, index);
+    blocks *= 2;
+  }
+  return record;
+}
+
 // Gives a block of the swap file memory and contents. The file keeps its copy, so
 // that an unchanged block need not be written again.
 CVmManagerImpl::Record* CVmManagerImpl::BringIn(CVmHandle& handle, std::int64_t index,
@@ -140,16 +154,18 @@ CVmManagerImpl::Record* CVmManagerImpl::BringIn(CVmHandle& handle, std::int64_t 
   const std::int64_t size = BlocksOf(handle.GetBlockSize());
   const std::int64_t slot = handle.GetSlotIndex(index);
   std::int64_t unplaced = 0;
-  Record* record = CreateRecord(handle, index);
+  bool refused = false;
+  Record* record = CreateRecord(handle, index, &refused);
   if (record == nullptr) {
     EvictFor(RoomWanted(size), unplaced);
-    record = CreateRecord(handle, index);
+    record = CreateRecord(handle, index, &refused);
   }
   if (record == nullptr) {
     GiveUpCopy(unplaced);
     EvictFor(RoomWanted(size), unplaced);
-    record = CreateRecord(handle, index);
+    record = CreateRecord(handle, index, &refused);
   }
+  if (record == nullptr && refused) record = EvictUntilTaken(handle, index, unplaced);
   if (record == nullptr) {
     auto& failure = LastPagingFailure();
     if (failure.text.empty()) {

@@ -1,5 +1,6 @@
 #include "korinimage/exceptions.h"
 #include "platform/checked_math.h"
+#include "platform/memory_pages.h"
 #include "vm/manager_impl.h"
 
 using korin::CheckedMul;
@@ -88,8 +89,16 @@ void CVmManagerImpl::AllocHandle(std::shared_ptr<CVmHandle>& handle, std::int64_
   handle = placing.Keep(*total);
 }
 
+// A budget beyond what the system grants ends where blocks that may go could make
+// the room; a block that no address space has room for is refused at once.
 bool CVmManagerImpl::PlaceInMemory(CVmHandle& handle, std::int64_t index) {
-  Record* record = CreateRecord(handle, index);
+  bool refused = false;
+  Record* record = CreateRecord(handle, index, &refused);
+  if (refused && (handle.GetBlockSize() > korin::platform::kLargestMapping ||
+                  BlocksOf(handle.GetBlockSize()) > m_evictable.Size())) {
+    const auto& failure = korin::vm::LastPagingFailure();
+    throw korin::CVmMemoryAllocationError(failure.text.str(), failure.figures);
+  }
   if (record == nullptr) return false;
   // Most new blocks are wholly overwritten first: the zeros wait for one that is not.
   record->awaitsZeros = true;

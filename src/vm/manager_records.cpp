@@ -17,17 +17,20 @@ constexpr std::int64_t kWorthDiscarding = 1 << 20;
 }  // namespace
 
 // A record with memory for the block, not yet the block's place; null when the
-// budget has no room for it.
-CVmManagerImpl::Record* CVmManagerImpl::CreateRecord(CVmHandle& handle, std::int64_t index) {
+// budget has no room for it or the system refuses the memory, which `refused` tells.
+CVmManagerImpl::Record* CVmManagerImpl::CreateRecord(CVmHandle& handle, std::int64_t index,
+                                                     bool* refused) {
   const std::int64_t bytes = handle.GetBlockSize();
   const std::int64_t size = BlocksOf(bytes);
   if (size > m_nCapacity - m_nMemoryUsed) return nullptr;
   auto memory = m_seams.memory ? m_seams.memory(bytes) : CVmMemoryInterface::Alloc(bytes);
   if (!memory) return nullptr;
   if (!memory->IsValid()) {
-    throw CVmMemoryAllocationError(
+    korin::vm::LastPagingFailure().Set(
         "the system refused memory for a block of " + std::to_string(bytes) + " bytes",
         AllocationFigures{bytes, m_nMemoryUsed * m_nBlockSize, m_nCapacity * m_nBlockSize});
+    if (refused != nullptr) *refused = true;
+    return nullptr;
   }
   Record& record = m_records.Take();
   record.bytes = bytes;

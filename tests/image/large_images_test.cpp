@@ -33,8 +33,8 @@ TEST_F(LargeImagesTest, OneBlockOfAnySizeGoesOutAndComesBack) {
     EXPECT_EQ(image.GetVmHandle()->GetBlockSize(), bytes);
     EXPECT_EQ(m_usage.memory.now, bytes);
     EXPECT_EQ(manager->GetAllocatedBlocks(), blocks);
+    const BYTE* first = image.GetImageAdr(0, 0, 0, true, false, nullptr);
     if (sizeof(void*) == 8) {
-      const BYTE* first = image.GetImageAdr(0, 0, 0, true, false, nullptr);
       const BYTE* last = image.GetImageAdr(4095, bytes / 4096 - 1, 0, true, false, nullptr);
       EXPECT_EQ(reinterpret_cast<std::uintptr_t>(last) - reinterpret_cast<std::uintptr_t>(first),
                 static_cast<std::uintptr_t>(bytes - 1));
