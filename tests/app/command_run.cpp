@@ -1,20 +1,23 @@
 #include "command_run.h"
 
-#include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <chrono>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
 #include <limits>
-#include <thread>
 
-extern char** environ;
+#include "run_process.h"
 
 namespace korin::test {
+
+namespace {
+
+// With ends of lines as the program meant them.
+std::string Text(const std::string& file) {
+  std::ifstream in(file);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+}  // namespace
 
 Result RunCommand(const std::vector<std::string>& arguments, int interruptAfter) {
   const ScratchFolder folder;
@@ -22,30 +25,17 @@ Result RunCommand(const std::vector<std::string>& arguments, int interruptAfter)
   const std::string err = (folder.Path() / "err").string();
   std::vector<std::string> words = {KORINIMAGE_COMMAND};
   words.insert(words.end(), arguments.begin(), arguments.end());
-  std::vector<char*> argv;
-  for (std::string& word : words) argv.push_back(word.data());
-  argv.push_back(nullptr);
+  const Ended ended = RunProcess(std::move(words), out, err, interruptAfter);
+  return {ended.code, Text(out), Text(err), ended.peakKib};
+}
 
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, 1, out.c_str(), O_WRONLY | O_CREAT, 0600);
-  posix_spawn_file_actions_addopen(&actions, 2, err.c_str(), O_WRONLY | O_CREAT, 0600);
-  pid_t child = 0;
-  EXPECT_EQ(posix_spawn(&child, argv[0], &actions, nullptr, argv.data(), environ), 0);
-  posix_spawn_file_actions_destroy(&actions);
-  if (interruptAfter >= 0) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(interruptAfter));
-    kill(child, SIGINT);
+std::string InJson(const std::string& text) {
+  std::string quoted;
+  for (const char c : text) {
+    if (c == '"' || c == '\\') quoted += '\\';
+    quoted += c;
   }
-  Result result;
-  int status = 0;
-  rusage usage{};
-  wait4(child, &status, 0, &usage);
-  result.code = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-  result.peakKib = usage.ru_maxrss;
-  result.out = Contents(out);
-  result.err = Contents(err);
-  return result;
+  return quoted;
 }
 
 double JsonNumber(const std::string& json, const std::string& key, std::size_t from) {

@@ -49,7 +49,9 @@ TEST_F(CommandTest, HandsFramesOver) {
   ASSERT_EQ(CSharedMem::CreateFileMappings(0), 1);
   EXPECT_NE(RunCommand({"send", frame, "--wait", "0"}).err.find("on its way"), std::string::npos);
   CSharedMem::CloseMappingHandles();
-  EXPECT_EQ(RunCommand({"send", frame}, 600).code, 130);
+  if (!kWindows) {  // there only a console can interrupt
+    EXPECT_EQ(RunCommand({"send", frame}, 600).code, 130);
+  }
   EXPECT_EQ(RunCommand({"receive", Path("x.fits"), "--wait", "0"}).code, 1) << "nothing waits";
 }
 

@@ -16,6 +16,9 @@ class SameAnswersTest : public CommandTest {
   // need memory for those that are worked on together.
   std::vector<Arguments> Ways(const std::string& planesMib) const {
     const Arguments swap = {"--swap-dir", Swap()};
+    if (kWindows) {  // where starting a program takes long, the most different ones
+      return {{"--memory", "64"}, Arguments{"--memory", planesMib, "--policy", "planes"} + swap};
+    }
     return {{"--memory", "64"},
             {"--memory", "64", "--policy", "planes"},
             {"--memory", "64", "--policy", "image", "--threads", "1"},
@@ -73,6 +76,7 @@ TEST_F(SameAnswersTest, WhateverHoldsTheImage) {
 }
 
 TEST_F(SameAnswersTest, WithinTheMemoryGiven) {
+  if (kWindows) GTEST_SKIP() << "a program of Wine holds Wine's own memory as well";
   const std::string frame = Path("frame.fits");
   ASSERT_EQ(RunCommand({"synth", frame, "--width", "8000", "--height", "8000", "--stars", "100",
                         "--memory", "32", "--swap-dir", Swap()})
