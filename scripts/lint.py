@@ -72,12 +72,9 @@ def is_system_file(name):
     path = pathlib.PurePosixPath(name)
     if path.parts[:2] == ("src", "platform") or path.name == "export.h":
         return True
-    # Of the tests, those that say so, what they share, and plug-ins with exports.
+    # Of the tests, those that say so and what they share.
     return path.parts[0] in ("tests", "fuzz", "bench") and (
-        "posix" in path.name
-        or "win32" in path.name
-        or path.parts[1] in ("support", "load_unload", "app")
-        or path.name.endswith("_fixture.h")
+        "posix" in path.name or "win32" in path.name or path.parts[1] == "support"
     )
 
 

@@ -22,11 +22,6 @@
 #include "support/system.h"
 #include "support/temporary_folder.h"
 
-#ifdef _WIN32
-#define popen _popen
-#define pclose _pclose
-#endif
-
 namespace korin::test {
 
 // True as soon as the condition holds. An object that this process let go of may
@@ -105,14 +100,14 @@ class ExchangeTest : public ImageTest {
 class Partner {
  public:
   explicit Partner(const std::string& arguments)
-      : m_pipe(popen(ShellCommand("\"" + Program() + "\" " + arguments).c_str(), "w")) {}
+      : m_pipe(OpenPipe(ShellCommand("\"" + Program() + "\" " + arguments).c_str())) {}
   Partner(const Partner&) = delete;
   Partner& operator=(const Partner&) = delete;
   ~Partner() { Finish(); }
 
   int Finish() {  // its exit status, 0 for success
     std::FILE* const pipe = std::exchange(m_pipe, nullptr);
-    return pipe == nullptr ? -1 : pclose(pipe);
+    return pipe == nullptr ? -1 : ClosePipe(pipe);
   }
 
  private:
