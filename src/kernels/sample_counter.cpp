@@ -22,11 +22,6 @@ constexpr std::int64_t CopiesOf(std::int64_t cells) {
 // Samples from which a cell for each 16-bit value pays.
 constexpr std::int64_t kWorthValues = 1 << 18;
 
-template <typename T>
-constexpr bool kSmall = sizeof(T) <= 2;
-template <typename T>
-constexpr std::int64_t kValues = std::int64_t{1} << (kSmall<T> ? 8 * sizeof(T) : 0);
-
 // Adds 1 to the cell of each of `count` things: cellOf(x) in copy x mod copies.
 template <std::int64_t copies, typename CellOf>
 void Increment(std::int64_t count, std::int64_t cells, std::uint32_t* tables, CellOf cellOf) {
@@ -59,8 +54,11 @@ template <typename T>
 SampleCounter<T>::SampleCounter(const PhysicalBins& rule, std::int64_t samples,
                                 std::int32_t* counts)
     : m_rule(rule), m_counts(counts) {
-  m_byValue = sizeof(T) == 1 || (kSmall<T> && samples >= kWorthValues);
-  m_cells = m_byValue ? kValues<T> : std::int64_t{rule.bins} + 1;
+  if (kSmall && (sizeof(T) == 1 || samples >= kWorthValues)) {
+    m_values = std::make_unique<Values>(samples);
+    return;
+  }
+  m_cells = std::int64_t{rule.bins} + 1;
   const std::int64_t tableBytes = m_cells * static_cast<std::int64_t>(sizeof(std::uint32_t));
   if (tableBytes > kMostScratch) return;
   // Clearing and adding up a cell costs about as much as counting a sample.
@@ -86,8 +84,14 @@ SampleCounter<T>::~SampleCounter() {
 
 template <typename T>
 std::int64_t SampleCounter<T>::ScratchBytes() const {
+  if (m_values) return m_values->ScratchBytes();
   const bool inPlace = m_cells * 4 > kMostScratch;
   return inPlace ? 0 : m_workers * m_copies * m_cells * 4;
+}
+
+template <typename T>
+void SampleCounter<T>::Add(std::int64_t bin, std::uint32_t count) const {
+  m_counts[bin] = static_cast<std::int32_t>(static_cast<std::uint32_t>(m_counts[bin]) + count);
 }
 
 template <typename T>
@@ -102,29 +106,15 @@ void SampleCounter<T>::CountBins(const T* row, std::int64_t width, std::uint32_t
       continue;
     }
     for (std::int64_t i = 0; i < count; ++i) {
-      if (bins[i] == m_rule.bins) continue;
-      auto& cell = m_counts[bins[i]];
-      cell = static_cast<std::int32_t>(static_cast<std::uint32_t>(cell) + 1);
+      if (bins[i] != m_rule.bins) Add(bins[i], 1);
     }
   }
-}
-
-template <typename T>
-void SampleCounter<T>::CountRow(const T* row, std::int64_t width, std::uint32_t* tables) const {
-  if constexpr (kSmall<T>) {
-    if (m_byValue) {
-      constexpr std::int64_t kLowest = std::numeric_limits<T>::lowest();
-      Increment(m_copies, width, m_cells, tables,
-                [row](std::int64_t x) { return row[x] - kLowest; });
-      return;
-    }
-  }
-  CountBins(row, width, tables);
 }
 
 template <typename T>
 void SampleCounter<T>::Count(const std::vector<RowStretch>& stretches, std::int64_t width,
                              std::int64_t bytesPerRow) {
+  if (m_values) return m_values->Count(stretches, width, bytesPerRow);
   std::atomic<std::size_t> next{0};
   ParallelFor(m_workers, [&](std::int64_t worker) {
     std::uint32_t* const tables =
@@ -132,41 +122,48 @@ void SampleCounter<T>::Count(const std::vector<RowStretch>& stretches, std::int6
     for (std::size_t i = next++; i < stretches.size(); i = next++) {
       const RowStretch& stretch = stretches[i];
       for (std::int64_t line = 0; line < stretch.lines; ++line) {
-        CountRow(reinterpret_cast<const T*>(stretch.rows + line * bytesPerRow), width, tables);
+        CountBins(reinterpret_cast<const T*>(stretch.rows + line * bytesPerRow), width, tables);
       }
     }
   });
 }
 
+// Every value's count goes to the value's bin.
 template <typename T>
-void SampleCounter<T>::Finish() {
-  if (m_tables == nullptr) return;
-  // All tables into the first.
-  const std::int64_t tables = m_workers * m_copies;
-  for (std::int64_t t = 1; t < tables; ++t) {
-    const std::uint32_t* const from = m_tables + t * m_cells;
-    for (std::int64_t cell = 0; cell < m_cells; ++cell) m_tables[cell] += from[cell];
-  }
-  const auto add = [this](std::int64_t bin, std::uint32_t count) {
-    m_counts[bin] = static_cast<std::int32_t>(static_cast<std::uint32_t>(m_counts[bin]) + count);
-  };
-  if (!m_byValue) {
-    for (std::int64_t bin = 0; bin < m_rule.bins; ++bin) add(bin, m_tables[bin]);
-    return;
-  }
+void SampleCounter<T>::FinishValues() {
+  std::vector<std::uint32_t> counted(static_cast<std::size_t>(Values::kValues));
+  m_values->Finish(counted.data());
   T values[kStrip];
   std::int32_t bins[kStrip];
-  for (std::int64_t first = 0; first < m_cells; first += kStrip) {
-    const std::int64_t count = std::min(kStrip, m_cells - first);
+  for (std::int64_t first = 0; first < Values::kValues; first += kStrip) {
+    const std::int64_t count = std::min(kStrip, Values::kValues - first);
     for (std::int64_t i = 0; i < count; ++i) {
       values[i] =
           static_cast<T>(static_cast<std::int64_t>(std::numeric_limits<T>::lowest()) + first + i);
     }
     RowLoopsOfThisProcessor<T>().binsOf(values, count, m_rule, bins);
     for (std::int64_t i = 0; i < count; ++i) {
-      if (bins[i] != m_rule.bins) add(bins[i], m_tables[first + i]);
+      if (bins[i] != m_rule.bins) Add(bins[i], counted[static_cast<std::size_t>(first + i)]);
     }
   }
+}
+
+template <typename T>
+void SampleCounter<T>::Finish() {
+  if constexpr (kSmall) {
+    if (m_values) return FinishValues();
+  }
+  if (m_tables == nullptr) return;
+  // The tables of all threads, a part of the bins at a time.
+  constexpr std::int64_t kPart = 1 << 13;
+  const std::int64_t bins = m_rule.bins;
+  ParallelFor((bins + kPart - 1) / kPart, [&](std::int64_t part) {
+    for (std::int64_t t = 0; t < m_workers * m_copies; ++t) {
+      for (std::int64_t bin = part * kPart; bin < std::min(bins, (part + 1) * kPart); ++bin) {
+        Add(bin, m_tables[t * m_cells + bin]);
+      }
+    }
+  });
 }
 
 #define KORIN_ELEMENT(name, T) template class SampleCounter<T>;

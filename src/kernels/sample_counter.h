@@ -1,10 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
+#include <type_traits>
 #include <vector>
 
 #include "kernels/row_batch.h"
 #include "kernels/row_loops.h"
+#include "kernels/value_counter.h"
 
 namespace korin::kernels {
 
@@ -34,13 +37,17 @@ class SampleCounter {
   std::int64_t ScratchBytes() const;
 
  private:
-  void CountRow(const T* row, std::int64_t width, std::uint32_t* tables) const;
+  static constexpr bool kSmall = sizeof(T) <= 2;
+  using Values = ValueCounter<std::conditional_t<kSmall, T, std::uint8_t>>;
+
   void CountBins(const T* row, std::int64_t width, std::uint32_t* tables) const;
+  void Add(std::int64_t bin, std::uint32_t count) const;
+  void FinishValues();
 
   PhysicalBins m_rule;
   std::int32_t* m_counts;
-  bool m_byValue = false;    // cells are stored values, not bins
-  std::int64_t m_cells = 0;  // of one table, the one for "nowhere" included
+  std::unique_ptr<Values> m_values;  // null: counted by bins
+  std::int64_t m_cells = 0;          // of one table, the one for "nowhere" included
   std::int64_t m_copies = 1;
   std::int64_t m_workers = 1;
   std::uint32_t* m_tables = nullptr;  // workers x copies x cells; null: in m_counts
