@@ -1,11 +1,12 @@
 // The loops of row_loops.h, for a file that is compiled for one instruction set and
 // names it in KORIN_ROW_LOOPS (a namespace). Everything here has internal linkage
-// and includes nothing with inline functions of its own: the linker must not take
+// and includes nothing with inline functions that files share: the linker must not take
 // code of this instruction set for the rest of the library.
 #pragma once
 
 #include <immintrin.h>
 
+#include "kernels/fetch_ahead.h"
 #include "kernels/row_loops.h"
 
 namespace korin::kernels::KORIN_ROW_LOOPS {
@@ -130,42 +131,47 @@ struct ScaledSquare {
   Vector operator()(Vector v, int = 0) const { return Multiply(Multiply(v, v), All(scale)); }
   double operator()(double v) const { return v * v * scale; }
 };
+struct Stored {
+  Vector operator()(Vector v, int = 0) const { return v; }
+  double operator()(double v) const { return v; }
+};
 struct Physical {
   double bscale, bzero;
   Vector operator()(Vector v, int = 0) const { return Add(Multiply(v, All(bscale)), All(bzero)); }
   double operator()(double v) const { return v * bscale + bzero; }
 };
-struct PhysicalSquare {
-  double bscale, bzero;
+template <typename Value>
+struct Square {
+  Value value;
   Vector operator()(Vector v, int = 0) const {
-    const Vector p = Physical{bscale, bzero}(v);
+    const Vector p = value(v);
     return Multiply(p, p);
   }
   double operator()(double v) const {
-    const double p = v * bscale + bzero;
+    const double p = value(v);
     return p * p;
   }
 };
 
-// Physical values, watched for their extremes on the way.
-struct PhysicalWatched {
-  Physical physical;
+// Values, watched for their extremes on the way.
+template <typename Value>
+struct Watched {
+  Value value;
   Vector min[kVectors], max[kVectors];
   PhysicalRow& row;
 
-  PhysicalWatched(double bscale, double bzero, PhysicalRow& result)
-      : physical{bscale, bzero}, row(result) {
+  Watched(const Value& valueOf, PhysicalRow& result) : value(valueOf), row(result) {
     for (Vector& v : min) v = All(row.min);
     for (Vector& v : max) v = All(row.max);
   }
   Vector operator()(Vector v, int i) {
-    const Vector p = physical(v);
+    const Vector p = value(v);
     min[i] = Lower(p, min[i]);
     max[i] = Higher(p, max[i]);
     return p;
   }
   double operator()(double v) {
-    const double p = physical(v);
+    const double p = value(v);
     if (p < row.min) row.min = p;
     if (p > row.max) row.max = p;
     return p;
@@ -199,10 +205,16 @@ double SumOfLanes(const T* row, std::int64_t width, Term&& term, bool divided = 
   if (x + kLanes <= width) {
     Vector sums[kVectors];
     for (int i = 0; i < kVectors; ++i) sums[i] = LoadVector(lanes + i * kInVector);
-    for (; x + kLanes <= width; x += kLanes) {
-      const Eight samples = Load(row + x);
+    const auto addEight = [&](const T* from) {
+      const Eight samples = Load(from);
       for (int i = 0; i < kVectors; ++i) sums[i] = Add(sums[i], term(samples.v[i], i));
+    };
+    constexpr std::int64_t kStep = kCacheLine / static_cast<std::int64_t>(sizeof(T));
+    for (; x + kStep <= width; x += kStep) {
+      FetchAhead(row + x);
+      for (std::int64_t i = 0; i < kStep; i += kLanes) addEight(row + x + i);
     }
+    for (; x + kLanes <= width; x += kLanes) addEight(row + x);
     for (int i = 0; i < kVectors; ++i) Store(lanes + i * kInVector, sums[i]);
   }
   for (std::int64_t l = x % kLanes; x < width; ++l, ++x) {
@@ -248,21 +260,32 @@ template <typename T>
 double ScaledSquareSum(const T* row, std::int64_t width, double scale) {
   return SumOfLanes(row, width, ScaledSquare{scale});
 }
+// Calls f with what makes a sample a physical value. Without scaling that is the
+// sample: its product with 1 plus 0 adds the same to a sum.
+template <typename F>
+auto WithPhysical(double bscale, double bzero, F f) {
+  return bscale == 1.0 && bzero == 0.0 ? f(Stored{}) : f(Physical{bscale, bzero});
+}
 template <typename T>
 double PhysicalSum(const T* row, std::int64_t width, double bscale, double bzero) {
-  return SumOfLanes(row, width, Physical{bscale, bzero});
+  return WithPhysical(bscale, bzero,
+                      [=](const auto& value) { return SumOfLanes(row, width, value); });
 }
 template <typename T>
 PhysicalRow PhysicalSumAndExtremes(const T* row, std::int64_t width, double bscale, double bzero) {
-  PhysicalRow result;
-  PhysicalWatched term(bscale, bzero, result);
-  result.sum = SumOfLanes(row, width, term);
-  term.Finish();
-  return result;
+  return WithPhysical(bscale, bzero, [=]<typename Value>(const Value& value) {
+    PhysicalRow result;
+    Watched<Value> term(value, result);
+    result.sum = SumOfLanes(row, width, term);
+    term.Finish();
+    return result;
+  });
 }
 template <typename T>
 double PhysicalSquareSum(const T* row, std::int64_t width, double bscale, double bzero) {
-  return SumOfLanes(row, width, PhysicalSquare{bscale, bzero});
+  return WithPhysical(bscale, bzero, [=]<typename Value>(const Value& value) {
+    return SumOfLanes(row, width, Square<Value>{value});
+  });
 }
 
 }  // namespace

@@ -1,11 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <type_traits>
 #include <vector>
 
+#include "kernels/fetch_ahead.h"
 #include "kernels/row_batch.h"
 
 namespace korin::kernels {
@@ -56,20 +58,26 @@ class ValueTable {
  private:
   void LookUp(const S* source, D* destination, std::int64_t width) const {
     using Index = std::make_unsigned_t<S>;
+    using Word = std::uint64_t;
+    constexpr std::int64_t kInWord = sizeof(Word) / sizeof(S);
+    constexpr std::int64_t kInLine = kCacheLine / sizeof(S);
+    constexpr std::int64_t kBits = 8 * sizeof(S);
     const D* const results = m_results.data();
-    constexpr std::int64_t kTogether = 8;
-    std::int64_t x = 0;
-    for (; x + kTogether <= width; x += kTogether) {
-      // All are looked up before one is stored: a store might change what is read.
-      D found[kTogether];
-      for (std::int64_t i = 0; i < kTogether; ++i) {
-        found[i] = results[static_cast<Index>(source[x + i])];
+    // One load for several samples leaves the processor's ports to the table.
+    const auto lookUpWord = [=](std::int64_t x) {
+      Word word;
+      std::memcpy(&word, source + x, sizeof word);
+      for (std::int64_t i = 0; i < kInWord; ++i) {
+        destination[x + i] = results[static_cast<Index>(word >> (kBits * i))];
       }
-      for (std::int64_t i = 0; i < kTogether; ++i) destination[x + i] = found[i];
+    };
+    std::int64_t x = 0;
+    for (; x + kInLine <= width; x += kInLine) {
+      FetchAhead(source + x);
+      for (std::int64_t i = 0; i < kInLine; i += kInWord) lookUpWord(x + i);
     }
-    for (; x < width; ++x) {
-      destination[x] = results[static_cast<Index>(source[x])];
-    }
+    for (; x + kInWord <= width; x += kInWord) lookUpWord(x);
+    for (; x < width; ++x) destination[x] = results[static_cast<Index>(source[x])];
   }
 
   std::vector<D> m_results;  // by the bits of the value

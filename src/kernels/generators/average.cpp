@@ -42,7 +42,8 @@ class Average : public Generator<Average> {
   }
 
   void schedule() {
-    m_lanes.Schedule(m_rows, m_row, m_area);
+    FetchIntoAllCaches::In(get_pipeline());
+    m_lanes.Schedule(m_rows, m_row, m_area, *input);
     m_total.compute_root();
   }
 

@@ -38,7 +38,8 @@ class GetDev : public Generator<GetDev> {
   }
 
   void schedule() {
-    m_lanes.Schedule(m_rows, m_row, m_area);
+    FetchIntoAllCaches::In(get_pipeline());
+    m_lanes.Schedule(m_rows, m_row, m_area, *input);
     m_total.compute_root();
   }
 

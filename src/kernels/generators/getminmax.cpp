@@ -1,4 +1,4 @@
-#include "kernel_generator.h"
+#include "fetch_ahead.h"
 
 namespace {
 
@@ -34,6 +34,7 @@ class GetMinMax : public Generator<GetMinMax> {
   }
 
   void schedule() {
+    FetchIntoAllCaches::In(get_pipeline());
     const Type type = element;
     // Vectors of 16 bytes: wider integer accumulators are split and rejoined at
     // each step where only the floating-point registers are wider.
@@ -44,7 +45,9 @@ class GetMinMax : public Generator<GetMinMax> {
         .reorder(m_lane, m_steps.x, m_steps.y)
         .split(m_lane, m_lane, inner, vector)
         .vectorize(inner)
-        .unroll(m_lane);
+        .unroll(m_lane)
+        .prefetch(*input, m_steps.x, m_steps.x, kAheadBytes / kBytesPerStep,
+                  PrefetchBoundStrategy::NonFaulting);
     m_best.update(1).unscheduled();
     m_total.compute_root();
   }

@@ -37,7 +37,8 @@ class GetMinMaxAvr : public Generator<GetMinMaxAvr> {
   }
 
   void schedule() {
-    m_lanes.Schedule(m_rows, m_row, m_area);
+    FetchIntoAllCaches::In(get_pipeline());
+    m_lanes.Schedule(m_rows, m_row, m_area, *input);
     m_total.compute_root();
   }
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "kernel_generator.h"
+#include "fetch_ahead.h"
 
 // Sums over the rows of a rectangle with a fixed number of lanes.
 namespace korin::generators {
@@ -35,9 +35,9 @@ inline std::vector<Expr> AddValues(const std::vector<Expr>& a, const std::vector
 }
 
 // One accumulator (a tuple of values) for each lane of each row. Lane l of a row
-// takes samples l, l + 8, l + 16, ... in this order; the first block and the last
-// samples of a row have loops of their own, so that the loop between them carries
-// no test.
+// takes samples l, l + 8, l + 16, ... in this order; the first block, those that fill
+// no step and the last samples of a row have loops of their own, so that the loop over
+// the steps carries no test.
 class RowLanes {
  public:
   using Values = std::vector<Expr>;
@@ -48,15 +48,26 @@ class RowLanes {
   template <typename Add>
   void Define(Halide::Func in, const SumArea& area, const Values& seed, Add add) {
     const Expr blocks = area.width / kSumLanes;
+    const int blocksOfStep = kStepBytes / (kSumLanes * in.output_types()[0].bytes());
+    // Halide divides toward -infinity: -1 steps where there is no block. The range that
+    // Halide infers then ends within the row.
+    const Expr steps = (blocks - 1) / blocksOfStep;
     m_first = Halide::RDom(0, Halide::min(blocks, 1), "first");
-    m_middle = Halide::RDom(1, blocks - 1, "middle");
+    m_steps = Halide::RDom(0, blocksOfStep, 0, steps, "steps");
+    m_others =
+        Halide::RDom(0, Halide::select(blocks > 0, (blocks - 1) % blocksOfStep, 0), "others");
     m_last = Halide::RDom(0, area.width % kSumLanes, "last");
-    const Expr y = area.y0 + m_row;
 
     m_lanes(m_lane, m_row) = Halide::Tuple(seed);
-    Update(m_lane, in(area.x0 + m_first * kSumLanes + m_lane, y), m_lane == 0, add);
-    Update(m_lane, in(area.x0 + m_middle * kSumLanes + m_lane, y), Expr(), add);
-    Update(m_last, in(area.x0 + blocks * kSumLanes + m_last, y), m_last == 0 && blocks == 0, add);
+    const auto sample = [&](const Expr& x) { return in(area.x0 + x, area.y0 + m_row); };
+    const auto ofBlock = [&](const Expr& block) { return block * kSumLanes + m_lane; };
+    Update(m_lane, sample(ofBlock(m_first)), m_lane == 0, add);
+    Update(m_lane, sample(ofBlock(1 + m_steps.y * blocksOfStep + m_steps.x)), Expr(), add);
+    Update(m_lane,
+           sample(Halide::unsafe_promise_clamped(ofBlock(1 + steps * blocksOfStep + m_others), 0,
+                                                 area.width - 1)),
+           Expr(), add);
+    Update(m_last, sample(blocks * kSumLanes + m_last), m_last == 0 && blocks == 0, add);
   }
 
   // The lanes of a row folded in one fixed order: lanes 4 apart, then 2, then 1.
@@ -70,8 +81,9 @@ class RowLanes {
     return lanes[0];
   }
 
-  // Rows, each with its lanes, in groups on the thread pool.
-  void Schedule(Halide::Func rows, const Var& row, const SumArea& area) {
+  // Rows, each with its lanes, in groups on the thread pool. `in`: what they are of.
+  template <typename Image>
+  void Schedule(Halide::Func rows, const Var& row, const SumArea& area, const Image& in) {
     Var group("group");
     rows.compute_root()
         .split(row, group, row, RowsPerTask(area.width, area.height),
@@ -79,11 +91,18 @@ class RowLanes {
         .parallel(group);
     m_lanes.compute_at(rows, row).vectorize(m_lane, kSumLanes);
     m_lanes.update(0).vectorize(m_lane, kSumLanes);
-    m_lanes.update(1).reorder(m_lane, m_middle).vectorize(m_lane, kSumLanes);
-    m_lanes.update(2).unscheduled();
+    m_lanes.update(1)
+        .reorder(m_lane, m_steps.x, m_steps.y)
+        .vectorize(m_lane, kSumLanes)
+        .prefetch(in, m_steps.y, m_steps.y, kAheadBytes / kStepBytes,
+                  Halide::PrefetchBoundStrategy::NonFaulting);
+    m_lanes.update(2).reorder(m_lane, m_others).vectorize(m_lane, kSumLanes);
+    m_lanes.update(3).unscheduled();
   }
 
  private:
+  static constexpr int kStepBytes = 64;
+
   template <typename Add>
   void Update(const Expr& lane, const Expr& sample, const Expr& first, Add add) {
     m_lanes(lane, m_row) = Halide::Tuple(add(At(lane, m_row), sample, first));
@@ -99,7 +118,7 @@ class RowLanes {
 
   Var m_lane{"lane"}, m_row{"row"};
   Halide::Func m_lanes{"lanes"};
-  Halide::RDom m_first, m_middle, m_last;
+  Halide::RDom m_first, m_steps, m_others, m_last;
 };
 
 }  // namespace korin::generators
