@@ -9,7 +9,12 @@
 
 namespace korin::test {
 
-void* LoadLibraryAt(const char* path) { return LoadLibraryA(path); }
+void* LoadLibraryAt(const char* path) {
+  // The compiler's runtime, which would leave its reserve for exceptions behind each
+  // time. An application of the same compiler holds it as well.
+  static const HMODULE runtime = LoadLibraryA("libstdc++-6.dll");
+  return runtime == nullptr ? nullptr : LoadLibraryA(path);
+}
 
 void* FindSymbol(void* library, const char* name) {
   return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(library), name));
