@@ -7,4 +7,5 @@ korin_install libbenchmark-dev libopencv-dev libvips-dev imagemagick python3 pyt
 korin_build bench --target korin_bench >&2
 grep -m 1 'model name' /proc/cpuinfo | cut -d : -f 2-
 echo "$(nproc) processors, $(uname -sr), $(g++ --version | head -n 1)"
-python3 bench/ratios.py build/bench/bench "$@"
+# The interpreter that the package of numpy is for.
+/usr/bin/python3 bench/ratios.py build/bench/bench "$@"
