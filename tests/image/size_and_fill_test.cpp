@@ -88,6 +88,27 @@ TEST_F(SizeAndFill, FillWrapsIntegersAndKeepsOtherPlanes) {
   }
 }
 
+TEST_F(SizeAndFill, FilledAndCopiedPixelsSurvivePaging) {
+  // Blocks filled or copied while others push them out must come back as written.
+  for (const Policy policy : kPolicies) {
+    const auto manager = MakeManager(1024, policy == Policy::Blocks ? 3 : 8, 400);
+    manager->SetAllocationPolicy(policy);
+    const Shape shape{32, 32, 2};
+    std::vector<CImage> images;
+    for (int i = 0; i < 6; ++i) {
+      images.push_back(
+          MakeImage<std::uint16_t>(manager, shape, RandomPixels<std::uint16_t>(shape)));
+      images.back().Fill(-1, 100.0 + i);
+    }
+    const CImage copy(images[4]);
+    for (int i = 0; i < 6; ++i) {
+      const double value = 100.0 + i;
+      EXPECT_EQ(images[static_cast<std::size_t>(i)].GetMinMaxRaw(-1), std::tuple(value, value));
+    }
+    EXPECT_EQ(copy.GetMinMaxRaw(-1), std::tuple(104.0, 104.0));
+  }
+}
+
 TEST_F(SizeAndFill, ScalingAppliedImageHoldsPhysicalValues) {
   for (const Policy policy : kPolicies) {
     const auto manager = MakeManager(4096, 40, 100);
