@@ -52,7 +52,8 @@ void CVmManagerImpl::ChangeHold(Record& record, Change change) noexcept {
   if (before == Hold::kPinned) m_nPinnedBlocks -= record.memory.m_nSize;
   if (after == Hold::kPinned) m_nPinnedBlocks += record.memory.m_nSize;
   if (after == Hold::kNone) {
-    korin::vm::MoveAndPoison(record.memory.m_pMemory, record.bytes);
+    // Memory that awaits its zeros holds nothing to move; the new one would count as zeroed.
+    if (!record.awaitsZeros) korin::vm::MoveAndPoison(record.memory.m_pMemory, record.bytes);
     m_evictable.Add(record);
   }
 }
