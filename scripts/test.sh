@@ -4,7 +4,7 @@
 #   scripts/test.sh [PRESET...]      default: release asan tsan
 source "$(dirname "$0")/common.sh"
 korin_install_build_tools
-korin_install libgtest-dev libgmock-dev ccache python3
+korin_install libgtest-dev libgmock-dev ccache imagemagick python3
 
 presets=("$@")
 [ ${#presets[@]} -eq 0 ] && presets=(release asan tsan)
