@@ -25,7 +25,7 @@ fuzz_one() {
   fi
   mkdir -p "$grown" build/fuzz/findings
   # A file of the largest kind is a few FITS blocks with a table.
-  if "build/fuzz/fuzz/$target" -seed=$seed -max_total_time="$seconds" -max_len=20000 -timeout=30 \
+  if "build/fuzz/fuzz/$target" -seed=$seed -max_total_time="$seconds" -max_len=20000 -timeout=100 \
     -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="build/fuzz/findings/$target-" \
     "$grown" "fuzz/corpus/$target" >"$log" 2>&1; then
     echo "$target: $(sed -n 's/^stat::number_of_executed_units: *//p' "$log") inputs, no finding"
