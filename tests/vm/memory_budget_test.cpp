@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include "platform/process.h"
+#include "support/system.h"
 #include "support/temporary_folder.h"
 #include "vm/binary_units.h"
 #include "vm/memory_budget.h"
@@ -253,6 +255,24 @@ TEST_F(ConfigurationTest, VolumesAndLimitsBoundTheSwapFile) {
   const auto crowded = CVmManager::Create(std::move(configuration));
   EXPECT_EQ(crowded->GetMemoryInfo().reserve, 0);
   EXPECT_EQ(crowded->GetMemoryInfo().budget, (40 << 20) / 10 * 9);
+}
+
+// What the system itself says, and the rule on its own figures.
+TEST_F(ConfigurationTest, A32BitProcessOfA64BitWindowsEndsWithItsAddresses) {
+  const bool emulated = kWindows && sizeof(void*) == 4;
+  EXPECT_EQ(platform::IsWow64(), emulated);
+  const auto figures = platform::QueryMemory();
+  EXPECT_GT(figures.availableVirtual, 0U);
+  CVmManagerConfiguration generous;
+  generous.MemoryRatio = 90000;
+  const auto budget = vm::ComputeMemoryBudget(generous, figures, platform::IsWow64());
+  if (emulated) {
+    EXPECT_LT(figures.availableVirtual, 4 * kGiB);
+    EXPECT_EQ(budget.reserve, 0);
+    EXPECT_EQ(budget.budget, static_cast<std::int64_t>(figures.availableVirtual * 90 / 100));
+  } else {
+    EXPECT_LE(budget.budget, static_cast<std::int64_t>(figures.totalPhysical));
+  }
 }
 
 TEST_F(ConfigurationTest, NumberedFoldersTakeTheFirstFreeName) {
