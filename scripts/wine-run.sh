@@ -14,7 +14,10 @@ export WINELOADER=/usr/lib/wine/wine64
 export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d"
 unset DISPLAY WAYLAND_DISPLAY
 
-# The first start makes the prefix; programs started meanwhile wait for it.
+# The first start makes the prefix; programs started meanwhile wait for it. Wine's own
+# programs keep the output of whoever starts them open, and a caller waiting for its
+# end: they are started by themselves and stay for a while.
+server=$(dirname "$WINELOADER")/wineserver64
 (
   mkdir -p "$(dirname "$WINEPREFIX")"
   exec 9>"$WINEPREFIX.lock"
@@ -22,8 +25,12 @@ unset DISPLAY WAYLAND_DISPLAY
   if [ ! -e "$WINEPREFIX/.ready" ]; then
     rm -rf "$WINEPREFIX"
     "$WINELOADER" wineboot --init 9>&- >/dev/null 2>&1
-    "$(dirname "$WINELOADER")/wineserver64" -w 9>&-
+    "$server" -w 9>&-
     touch "$WINEPREFIX/.ready"
+  fi
+  if ! "$server" -k0 2>/dev/null; then
+    "$server" -p20 9>&- >/dev/null 2>&1
+    "$WINELOADER" start /wait cmd /c exit 9>&- </dev/null >/dev/null 2>&1
   fi
 )
 
