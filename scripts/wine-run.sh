@@ -14,10 +14,7 @@ export WINELOADER=/usr/lib/wine/wine64
 export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d"
 unset DISPLAY WAYLAND_DISPLAY
 
-# The first start makes the prefix; programs started meanwhile wait for it. Wine's own
-# programs keep the output of whoever starts them open, and a caller waiting for its
-# end: they are started by themselves and stay for a while.
-server=$(dirname "$WINELOADER")/wineserver64
+# The first start makes the prefix; programs started meanwhile wait for it.
 (
   mkdir -p "$(dirname "$WINEPREFIX")"
   exec 9>"$WINEPREFIX.lock"
@@ -25,13 +22,14 @@ server=$(dirname "$WINELOADER")/wineserver64
   if [ ! -e "$WINEPREFIX/.ready" ]; then
     rm -rf "$WINEPREFIX"
     "$WINELOADER" wineboot --init 9>&- >/dev/null 2>&1
-    "$server" -w 9>&-
+    "$(dirname "$WINELOADER")/wineserver64" -w 9>&-
     touch "$WINEPREFIX/.ready"
-  fi
-  if ! "$server" -k0 2>/dev/null; then
-    "$server" -p20 9>&- >/dev/null 2>&1
-    "$WINELOADER" start /wait cmd /c exit 9>&- </dev/null >/dev/null 2>&1
   fi
 )
 
-exec "$WINELOADER" "$@"
+# Wine's own programs, which the first one that needs them starts, hold its output open
+# for minutes: a caller that waits for the end of a pipe gets the text from files.
+[ -t 1 ] && exec "$WINELOADER" "$@"
+texts=$(mktemp -d)
+trap 'cat "$texts/out"; cat "$texts/err" >&2; rm -rf "$texts"' EXIT
+"$WINELOADER" "$@" >"$texts/out" 2>"$texts/err"
