@@ -3,10 +3,9 @@
 #include <algorithm>
 #include <atomic>
 #include <limits>
-#include <string>
 
+#include "kernels/histogram_tables.h"
 #include "kernels/scratch_cache.h"
-#include "korinimage/exceptions.h"
 
 namespace korin::kernels {
 namespace {
@@ -67,14 +66,7 @@ SampleCounter<T>::SampleCounter(const PhysicalBins& rule, std::int64_t samples,
       std::min({samples / (2 * m_copies * m_cells), kMostScratch / (m_copies * tableBytes),
                 std::int64_t{GetThreadCount()}}),
       1, GetThreadCount());
-  const std::int64_t bytes = ScratchBytes();
-  m_tables =
-      static_cast<std::uint32_t*>(ScratchCache::Process().Take(static_cast<std::size_t>(bytes)));
-  if (m_tables == nullptr) {
-    throw CKorinImageBadAllocException("no memory for histogram tables of " +
-                                       std::to_string(bytes) + " bytes");
-  }
-  std::fill_n(m_tables, m_workers * m_copies * m_cells, 0u);
+  m_tables = TakeHistogramTables(m_workers * m_copies * m_cells);
 }
 
 template <typename T>

@@ -6,12 +6,11 @@
 #include <atomic>
 #include <cstring>
 #include <limits>
-#include <string>
 #include <type_traits>
 
+#include "kernels/histogram_tables.h"
 #include "kernels/parallel.h"
 #include "kernels/scratch_cache.h"
-#include "korinimage/exceptions.h"
 
 namespace korin::kernels {
 namespace {
@@ -65,14 +64,7 @@ ValueCounter<T>::ValueCounter(std::int64_t samples) {
   m_cells = m_inPairs ? kPairCells : sizeof(T) == 1 ? kByteCopies * kValues : kValues;
   m_workers = std::clamp<std::int64_t>(samples / (kSamplesPerCell * m_cells), 1,
                                        std::min<std::int64_t>(GetThreadCount(), kMostWorkers));
-  const std::int64_t bytes = ScratchBytes();
-  m_tables =
-      static_cast<std::uint32_t*>(ScratchCache::Process().Take(static_cast<std::size_t>(bytes)));
-  if (m_tables == nullptr) {
-    throw CKorinImageBadAllocException("no memory for histogram tables of " +
-                                       std::to_string(bytes) + " bytes");
-  }
-  std::fill_n(m_tables, m_workers * m_cells, 0u);
+  m_tables = TakeHistogramTables(m_workers * m_cells);
 }
 
 template <typename T>
