@@ -124,7 +124,7 @@ void DrawAxes(Canvas& canvas, const Bounds& bounds, std::int64_t largest, bool l
   // Counts: powers of ten, or quarters of the largest.
   const auto line = [&](std::int64_t count) {
     const int y = kTop + kPlotHeight -
-                  static_cast<int>(std::lround(BarHeight(count, largest, linear) * kPlotHeight));
+                  static_cast<int>(std::llround(BarHeight(count, largest, linear) * kPlotHeight));
     for (int x = kLeft; x < kLeft + kPlotWidth; ++x) canvas.Set(x, y, kGrid);
     const std::string label =
         count < 100000 ? std::to_string(count) : fmt::format("{:.3g}", static_cast<double>(count));
@@ -150,7 +150,7 @@ void DrawCurve(Canvas& canvas, const Histogram& histogram, std::int64_t largest,
       count = std::max(count, histogram.counts[static_cast<std::size_t>(i)]);
     }
     const int y = kTop + kPlotHeight -
-                  static_cast<int>(std::lround(BarHeight(count, largest, linear) * kPlotHeight));
+                  static_cast<int>(std::llround(BarHeight(count, largest, linear) * kPlotHeight));
     for (int fill = y; fill < kTop + kPlotHeight; ++fill) canvas.Tint(kLeft + x, fill, colour);
     for (int edge = std::min(y, last); edge <= std::max(y, last); ++edge) {
       canvas.Set(kLeft + x, edge, colour);
