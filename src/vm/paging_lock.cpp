@@ -1,25 +1,30 @@
 #include "vm/paging_lock.h"
 
-#include <type_traits>
 #include <utility>
 
+#include "platform/per_thread.h"
 #include "platform/process.h"
 
 namespace korin::vm {
 
 namespace {
 
-thread_local PagingLock* t_innermost = nullptr;
+struct Innermost {
+  PagingLock* lock = nullptr;
+};
+
+PagingLock*& InnermostLock() { return platform::PerThread<Innermost>().lock; }
 
 }  // namespace
 
 PagingLock::PagingLock(std::recursive_mutex& mutex) : m_mutex(mutex) {
+  PagingLock*& innermost = InnermostLock();
   m_mutex.lock();
-  m_outer = std::exchange(t_innermost, this);
+  m_outer = std::exchange(innermost, this);
 }
 
 PagingLock::~PagingLock() {
-  t_innermost = m_outer;
+  InnermostLock() = m_outer;
   m_mutex.unlock();
   for (const std::string& line : m_lines) platform::WriteErrorLine(line);
 }
@@ -37,17 +42,12 @@ bool PagingLock::Wait(std::condition_variable_any& signal,
 }
 
 void PagingLock::Say(std::string line) {
-  PagingLock* outermost = t_innermost;
+  PagingLock* outermost = InnermostLock();
   if (outermost == nullptr) return platform::WriteErrorLine(line);
   while (outermost->m_outer != nullptr) outermost = outermost->m_outer;
   outermost->m_lines.push_back(std::move(line));
 }
 
-static_assert(std::is_trivially_destructible_v<PagingFailure>);
-
-PagingFailure& LastPagingFailure() {
-  thread_local PagingFailure failure;
-  return failure;
-}
+PagingFailure& LastPagingFailure() { return platform::PerThread<PagingFailure>(); }
 
 }  // namespace korin::vm

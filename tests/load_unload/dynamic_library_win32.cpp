@@ -37,7 +37,7 @@ int CountThreads() {
   return count;
 }
 
-const std::int64_t kRuntimeKeeps = 1200;
+const std::int64_t kRuntimeKeeps = 150;
 
 std::int64_t HeapBytes() {
   HANDLE heaps[64];

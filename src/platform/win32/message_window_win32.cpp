@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "platform/lasting.h"
+#include "platform/per_thread.h"
 #include "platform/win32/windows_api.h"
 
 namespace korin {
@@ -55,24 +56,44 @@ struct Desk {
 // Threads may end after the static objects of the process.
 Desk& TheDesk() { return platform::Lasting<Desk>(); }
 
-// Plain values, so that no destructor of a thread is left behind when the library is
-// unloaded.
-thread_local bool t_makesOrEnds = false;
-thread_local std::exception_ptr* t_thrown = nullptr;
+struct Caller {
+  bool makesOrEnds = false;  // a window, just now
+  std::exception_ptr* thrown = nullptr;
+};
+
+Caller& ThisThread() { return platform::PerThread<Caller>(); }
 
 void Keep(std::exception_ptr thrown) {
-  if (t_thrown == nullptr) t_thrown = new (std::nothrow) std::exception_ptr(std::move(thrown));
+  auto& kept = ThisThread().thrown;
+  if (kept == nullptr) kept = new (std::nothrow) std::exception_ptr(std::move(thrown));
 }
 
 void RethrowKept() {
-  if (t_thrown == nullptr) return;
-  const std::unique_ptr<std::exception_ptr> kept(std::exchange(t_thrown, nullptr));
+  if (ThisThread().thrown == nullptr) return;
+  const std::unique_ptr<std::exception_ptr> kept(std::exchange(ThisThread().thrown, nullptr));
   std::rethrow_exception(*kept);
+}
+
+// While a window of this thread comes or goes.
+class Transition {
+ public:
+  Transition() : m_caller(ThisThread()) { m_caller.makesOrEnds = true; }
+  Transition(const Transition&) = delete;
+  Transition& operator=(const Transition&) = delete;
+  ~Transition() { m_caller.makesOrEnds = false; }
+
+ private:
+  Caller& m_caller;
+};
+
+bool EndWindow(HWND window) {
+  const Transition transition;
+  return DestroyWindow(window) != 0;
 }
 
 LRESULT CALLBACK Procedure(HWND handle, UINT message, WPARAM wParam, LPARAM lParam) {
   // What the system sends to a window that comes or goes is no message of its users.
-  if (t_makesOrEnds) return DefWindowProcW(handle, message, wParam, lParam);
+  if (ThisThread().makesOrEnds) return DefWindowProcW(handle, message, wParam, lParam);
   const auto* const window =
       reinterpret_cast<const Window*>(GetWindowLongPtrW(handle, GWLP_USERDATA));
   if (window == nullptr) return DefWindowProcW(handle, message, wParam, lParam);
@@ -171,10 +192,11 @@ HWND CreateMessageWindow(WindowProcedure procedure, void* context) noexcept try 
   static const WindowClass windowClass;
   if (procedure == nullptr || windowClass.atom == 0) return nullptr;
   auto window = std::make_unique<Window>(Window{procedure, context, GetCurrentThreadId()});
-  t_makesOrEnds = true;
-  const HWND handle = CreateWindowExW(0, kClassName, L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr,
-                                      ThisModule(), nullptr);
-  t_makesOrEnds = false;
+  const HWND handle = [] {
+    const Transition transition;
+    return CreateWindowExW(0, kClassName, L"", 0, 0, 0, 0, 0, HWND_MESSAGE, nullptr, ThisModule(),
+                           nullptr);
+  }();
   if (handle == nullptr) return nullptr;
   try {
     Desk& desk = TheDesk();
@@ -184,27 +206,22 @@ HWND CreateMessageWindow(WindowProcedure procedure, void* context) noexcept try 
     desk.windows[handle] = std::move(window);
     return handle;
   } catch (const std::bad_alloc&) {
-    t_makesOrEnds = true;
-    DestroyWindow(handle);
-    t_makesOrEnds = false;
+    EndWindow(handle);
     return nullptr;
   }
 } catch (const std::bad_alloc&) {
   return nullptr;
 }
 
-bool DestroyMessageWindow(HWND window) noexcept {
-  if (!IsMine(window)) return false;
-  t_makesOrEnds = true;
-  const bool destroyed = DestroyWindow(window) != 0;
-  t_makesOrEnds = false;
-  if (destroyed) {
-    Desk& desk = TheDesk();
-    const std::lock_guard lock(desk.mutex);
-    ForgetPaint(desk, window);
-    desk.windows.erase(window);
-  }
-  return destroyed;
+bool DestroyMessageWindow(HWND window) noexcept try {
+  if (!IsMine(window) || !EndWindow(window)) return false;
+  Desk& desk = TheDesk();
+  const std::lock_guard lock(desk.mutex);
+  ForgetPaint(desk, window);
+  desk.windows.erase(window);
+  return true;
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
 std::intptr_t SendWindowMessage(HWND window, unsigned message, std::uintptr_t wParam,
