@@ -10,6 +10,15 @@ namespace {
 // within a few steps from the end, or goes to the set.
 constexpr int kStepsBack = 8;
 
+// Brings the victim of the miss after next into the caches; the next one is there by now.
+void FetchAhead(const Record* next) {
+  const Record* afterNext = next == nullptr ? nullptr : RecordList::Next(*next);
+  if (afterNext == nullptr) return;
+  const char* const bytes = reinterpret_cast<const char*>(afterNext);
+  __builtin_prefetch(bytes);
+  __builtin_prefetch(bytes + 64);
+}
+
 }  // namespace
 
 void EvictionIndex::Add(Record& record) noexcept {
@@ -19,25 +28,32 @@ void EvictionIndex::Add(Record& record) noexcept {
     Record* place = m_list.Last();
     for (int step = 0; step < kStepsBack; ++step) {
       if (place == nullptr || place->memory.m_nStamp < stamp) {
-        m_list.InsertAfter(place, record);
+        InsertInList(place, record);
         return;
       }
-      place = AccessList::Previous(*place);
+      place = RecordList::Previous(*place);
     }
   }
-  record.stampNode.value() = {stamp, record.key, &record};
-  record.stampPlace = m_set.insert(std::move(record.stampNode)).position;
-  record.inStampSet = true;
+  StampPlace& inSet = *record.stampPlace;
+  inSet.parked.value() = {stamp, record.key, &record};
+  inSet.at = m_set.insert(std::move(inSet.parked)).position;
+  record.place = Record::Place::kStampSet;
+}
+
+void EvictionIndex::InsertInList(Record* after, Record& record) noexcept {
+  m_list.InsertAfter(after, record);
+  record.place = Record::Place::kAccessList;
 }
 
 void EvictionIndex::Remove(Record& record) noexcept {
   m_size -= record.memory.m_nSize;
-  if (record.inStampSet) {
-    record.stampNode = m_set.extract(record.stampPlace);
-    record.inStampSet = false;
+  if (record.place == Record::Place::kStampSet) {
+    StampPlace& inSet = *record.stampPlace;
+    inSet.parked = m_set.extract(inSet.at);
   } else {
     m_list.Remove(record);
   }
+  record.place = Record::Place::kNone;
 }
 
 void EvictionIndex::Touch(Record& record, std::int64_t stamp) noexcept {
@@ -47,7 +63,7 @@ void EvictionIndex::Touch(Record& record, std::int64_t stamp) noexcept {
   }
   Remove(record);
   record.memory.m_nStamp = stamp;
-  m_list.PushBack(record);
+  InsertInList(m_list.Last(), record);
   m_size += record.memory.m_nSize;
 }
 
@@ -64,11 +80,12 @@ bool EvictionIndex::Choose(std::int64_t needed, std::vector<std::int64_t>& keys)
     if (takeSet) {
       ++inSet;
     } else {
-      inList = AccessList::Next(*inList);
+      inList = RecordList::Next(*inList);
     }
     keys.push_back(next->key);
     sum += next->memory.m_nSize;
   }
+  FetchAhead(inList);
   return true;
 }
 

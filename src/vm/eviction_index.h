@@ -20,7 +20,9 @@ class EvictionIndex {
   // The record's stamp must not change while it is in, except by Touch.
   void Add(Record& record) noexcept;
   void Remove(Record& record) noexcept;
-  static bool Has(const Record& record) { return AccessList::Has(record) || record.inStampSet; }
+  static bool Has(const Record& record) {
+    return record.place == Record::Place::kAccessList || record.place == Record::Place::kStampSet;
+  }
   // Gives a record that is in the newest stamp of all.
   void Touch(Record& record, std::int64_t stamp) noexcept;
 
@@ -32,9 +34,9 @@ class EvictionIndex {
   bool Choose(std::int64_t needed, std::vector<std::int64_t>& keys) const;
 
  private:
-  using AccessList = IntrusiveList<Record, &Record::byAccess>;
+  void InsertInList(Record* after, Record& record) noexcept;
 
-  AccessList m_list;
+  RecordList m_list;
   std::set<StampOrder> m_set;
   std::int64_t m_size = 0;
 };

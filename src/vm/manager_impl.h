@@ -108,6 +108,13 @@ class CVmManagerImpl : public CVmManager, public std::enable_shared_from_this<CV
   };
   // Who keeps a record in memory.
   enum class Hold { kNone, kPinned, kLocked };
+  // Memory for one block.
+  struct BlockMemory {
+    std::unique_ptr<CVmMemoryInterface> memory;
+    std::int64_t bytes = 0;
+    BYTE* address = nullptr;
+    bool zeroed = false;
+  };
 
   // manager_impl.cpp
   korin::vm::MemoryBudget ComputeBudget() const;
@@ -120,7 +127,7 @@ class CVmManagerImpl : public CVmManager, public std::enable_shared_from_this<CV
 
   // manager_paging.cpp
   CVmHandle* Known(const std::shared_ptr<CVmHandle>& handle) const;
-  Record* RecordOf(const std::shared_ptr<CVmHandle>& handle, std::int64_t index);
+  Record* RecordOf(const CVmHandle* known, std::int64_t index);
   BYTE* FetchBlock(const std::shared_ptr<CVmHandle>& handle, std::int64_t index, Fetch fetch);
   Record* BringIn(CVmHandle& handle, std::int64_t index, bool overwrite);
   static Hold HoldOf(const Record& record);
@@ -132,6 +139,7 @@ class CVmManagerImpl : public CVmManager, public std::enable_shared_from_this<CV
   std::int64_t& PinsOfThisThread();
 
   // manager_records.cpp
+  BlockMemory TakeMemory(std::int64_t bytes, bool* refused);
   Record* CreateRecord(CVmHandle& handle, std::int64_t index, bool* refused = nullptr);
   static void ZeroRecord(Record& record);
   void CommitRecord(Record& record) noexcept;
@@ -163,6 +171,7 @@ class CVmManagerImpl : public CVmManager, public std::enable_shared_from_this<CV
   korin::vm::EvictionIndex m_evictable;
   korin::vm::CopyIndex m_copies;
   std::vector<std::int64_t> m_victims;  // scratch of EvictFor
+  BlockMemory m_spare;                  // of the last victim, for the block that needs the room
   std::unordered_map<const CVmHandle*, std::shared_ptr<CVmHandle>> m_handles;
   std::vector<std::pair<std::thread::id, std::int64_t>> m_pinsByThread;
 

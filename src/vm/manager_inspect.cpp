@@ -38,11 +38,12 @@ korin::vm::ManagerFigures CVmManagerImpl::Inspect() const {
         expect(!RecordTable::IsFree(record), "a block refers to a free record");
         expect(record.memory.m_pHandle == handle.get() && record.memory.m_nIndex == i,
                "a record refers to another block");
-        expect(record.memory.m_nSize == size && record.bytes == handle->GetBlockSize(),
-               "a record has another size than its block");
+        expect(record.memory.m_nSize == size, "a record has another size than its block");
+        expect(record.memory.m_pMemory->GetAddress() == record.address,
+               "a record has another address than its memory");
         expect((hold == Hold::kNone) == m_evictable.Has(record),
                "the eviction index does not follow the holds");
-        expect(record.inCopySet == (record.memory.m_nSwapSlot >= 0),
+        expect(record.inCopyIndex == (record.memory.m_nSwapSlot >= 0),
                "the copy index does not follow the copies");
         if (record.memory.m_nSwapSlot >= 0) {
           expect(owned.emplace(record.memory.m_nSwapSlot, size).second, "a slot has two owners");

@@ -25,9 +25,7 @@ CVmHandle* CVmManagerImpl::Known(const std::shared_ptr<CVmHandle>& handle) const
 }
 
 // The record of a block in memory; null for a block elsewhere or none.
-CVmManagerImpl::Record* CVmManagerImpl::RecordOf(const std::shared_ptr<CVmHandle>& handle,
-                                                 std::int64_t index) {
-  const CVmHandle* known = Known(handle);
+CVmManagerImpl::Record* CVmManagerImpl::RecordOf(const CVmHandle* known, std::int64_t index) {
   if (known == nullptr || index < 0 || index >= known->GetBlockCount()) return nullptr;
   if (known->GetType(index) != CVmBlock::Type::Memory) return nullptr;
   return &m_records.At(known->GetSlotIndex(index));
@@ -53,7 +51,10 @@ void CVmManagerImpl::ChangeHold(Record& record, Change change) noexcept {
   if (after == Hold::kPinned) m_nPinnedBlocks += record.memory.m_nSize;
   if (after == Hold::kNone) {
     // Memory that awaits its zeros holds nothing to move; the new one would count as zeroed.
-    if (!record.awaitsZeros) korin::vm::MoveAndPoison(record.memory.m_pMemory, record.bytes);
+    if (!record.awaitsZeros && korin::vm::MoveAndPoison(record.memory.m_pMemory,
+                                                        record.memory.m_pHandle->GetBlockSize())) {
+      record.address = static_cast<BYTE*>(record.memory.m_pMemory->GetAddress());
+    }
     m_evictable.Add(record);
   }
 }
@@ -88,9 +89,9 @@ BYTE* CVmManagerImpl::FetchBlock(const std::shared_ptr<CVmHandle>& handle, std::
   PagingLock lock(m_mutex);
   LastPagingFailure().text.clear();
   std::int64_t* pins = fetch.pin ? &PinsOfThisThread() : nullptr;
-  Record* record = RecordOf(handle, index);
-  for (Clock::time_point deadline; record == nullptr; record = RecordOf(handle, index)) {
-    CVmHandle* known = Known(handle);
+  CVmHandle* known = Known(handle);
+  Record* record = RecordOf(known, index);
+  for (Clock::time_point deadline; record == nullptr; record = RecordOf(known, index)) {
     if (known == nullptr || index < 0 || index >= known->GetBlockCount()) return nullptr;
     if (!fetch.bringIn) return nullptr;
     if (WorthWaiting(BlocksOf(known->GetBlockSize()))) {
@@ -103,6 +104,7 @@ BYTE* CVmManagerImpl::FetchBlock(const std::shared_ptr<CVmHandle>& handle, std::
       --m_waiting;
       if (waited) {
         if (fetch.pin) pins = &PinsOfThisThread();
+        known = Known(handle);
         continue;
       }
     }
@@ -123,7 +125,7 @@ BYTE* CVmManagerImpl::FetchBlock(const std::shared_ptr<CVmHandle>& handle, std::
   }
   ++m_nAccess;
   record->memory.m_modified = record->memory.m_modified || fetch.modify;
-  return static_cast<BYTE*>(record->memory.m_pMemory->GetAddress());
+  return record->address;
 }
 
 // How much to evict for a block that memory cannot take as it is: as much as the
@@ -187,6 +189,7 @@ CVmManagerImpl::Record* CVmManagerImpl::BringIn(CVmHandle& handle, std::int64_t 
   }
   record->memory.m_nSwapSlot = slot;
   m_copies.Add(*record);
+  record->memory.m_nStamp = m_nAccess;  // the newest of all, as its fetch is
   CommitRecord(*record);
   return record;
 }
@@ -228,7 +231,8 @@ bool CVmManagerImpl::ReadFromSwap(const korin::SwapPlace& place, std::int64_t of
 
 bool CVmManagerImpl::IsCurrent(const korin::SwapPlace& place) const {
   const PagingLock lock(m_mutex);
-  return m_slots.Version(place.slot) == place.version;
+  return place.slot >= 0 && place.slot < m_slots.Used() &&
+         m_slots.Version(place.slot) == place.version;
 }
 
 void CVmManagerImpl::UnmapBlock(const std::shared_ptr<CVmHandle>& handle,
@@ -238,7 +242,7 @@ void CVmManagerImpl::UnmapBlock(const std::shared_ptr<CVmHandle>& handle,
   for (auto& [thread, pins] : m_pinsByThread) {
     if (thread == id && pins > 0) --pins;
   }
-  Record* record = RecordOf(handle, index);
+  Record* record = RecordOf(Known(handle), index);
   if (record == nullptr || record->memory.m_nPin == 0) return;
   ChangeHold(*record, [](CVmMemory& memory) { --memory.m_nPin; });
 }
@@ -246,7 +250,7 @@ void CVmManagerImpl::UnmapBlock(const std::shared_ptr<CVmHandle>& handle,
 bool CVmManagerImpl::LockBlock(const std::shared_ptr<CVmHandle>& handle, bool lock,
                                std::int64_t index) {
   const PagingLock held(m_mutex);
-  Record* record = RecordOf(handle, index);
+  Record* record = RecordOf(Known(handle), index);
   if (record == nullptr) return false;
   ChangeHold(*record, [lock](CVmMemory& memory) {
     memory.m_nLock = lock ? memory.m_nLock + 1 : std::max<std::int64_t>(memory.m_nLock - 1, 0);
@@ -269,7 +273,9 @@ bool CVmManagerImpl::MakeRoom(const std::shared_ptr<CVmHandle>& handle) {
   const CVmHandle* known = Known(handle);
   if (known == nullptr) return false;
   std::int64_t unplaced = 0;
-  return EvictFor(BlocksOf(known->GetBlockSize()), unplaced);
+  const bool made = EvictFor(BlocksOf(known->GetBlockSize()), unplaced);
+  m_spare = {};
+  return made;
 }
 
 bool CVmManagerImpl::IsOnMemory(const std::shared_ptr<CVmHandle>& handle) const {

@@ -16,25 +16,52 @@ constexpr std::int64_t kWorthDiscarding = 1 << 20;
 
 }  // namespace
 
+// What a victim left, or new; none when there is none, which `refused` tells when it
+// is the system's doing.
+CVmManagerImpl::BlockMemory CVmManagerImpl::TakeMemory(std::int64_t bytes, bool* refused) {
+  if (m_spare.memory && m_spare.bytes == bytes) return std::exchange(m_spare, {});
+  m_spare = {};  // first: the two together may be more than the budget
+  BlockMemory taken;
+  auto memory = m_seams.memory ? m_seams.memory(bytes) : CVmMemoryInterface::Alloc(bytes);
+  if (!memory) return taken;
+  if (!memory->IsValid()) {
+    korin::vm::LastPagingFailure().Set(
+        "the system refused memory for a block of " + std::to_string(bytes) + " bytes",
+        AllocationFigures{bytes, m_nMemoryUsed * m_nBlockSize, m_nCapacity * m_nBlockSize});
+    if (refused != nullptr) *refused = true;
+    return taken;
+  }
+  // A memory of another kind than the process's own comes zeroed.
+  const auto* own = dynamic_cast<const CVmWin32Memory*>(memory.get());
+  taken.zeroed = own == nullptr || own->IsZeroed();
+  taken.bytes = bytes;
+  taken.address = static_cast<BYTE*>(memory->GetAddress());
+  taken.memory = std::move(memory);
+  return taken;
+}
+
 // A record with memory for the block, not yet the block's place; null when the
 // budget has no room for it or the system refuses the memory, which `refused` tells.
 CVmManagerImpl::Record* CVmManagerImpl::CreateRecord(CVmHandle& handle, std::int64_t index,
                                                      bool* refused) {
   const std::int64_t bytes = handle.GetBlockSize();
   const std::int64_t size = BlocksOf(bytes);
-  if (size > m_nCapacity - m_nMemoryUsed) return nullptr;
-  auto memory = m_seams.memory ? m_seams.memory(bytes) : CVmMemoryInterface::Alloc(bytes);
-  if (!memory) return nullptr;
-  if (!memory->IsValid()) {
-    korin::vm::LastPagingFailure().Set(
-        "the system refused memory for a block of " + std::to_string(bytes) + " bytes",
-        AllocationFigures{bytes, m_nMemoryUsed * m_nBlockSize, m_nCapacity * m_nBlockSize});
-    if (refused != nullptr) *refused = true;
+  if (size > m_nCapacity - m_nMemoryUsed) {
+    m_spare = {};
     return nullptr;
   }
+  BlockMemory taken = TakeMemory(bytes, refused);
+  if (!taken.memory) return nullptr;
   Record& record = m_records.Take();
-  record.bytes = bytes;
-  record.memory.m_pMemory = std::move(memory);
+  try {
+    m_copies.Enter(size, m_records.KeyCount());
+  } catch (...) {
+    m_records.Release(record);
+    throw;
+  }
+  record.memory.m_pMemory = std::move(taken.memory);
+  record.address = taken.address;
+  record.zeroed = taken.zeroed;
   record.memory.m_nSize = size;
   record.memory.m_pHandle = &handle;
   record.memory.m_nIndex = index;
@@ -42,11 +69,10 @@ CVmManagerImpl::Record* CVmManagerImpl::CreateRecord(CVmHandle& handle, std::int
   return &record;
 }
 
-// A memory of another kind than the process's own comes zeroed.
 void CVmManagerImpl::ZeroRecord(Record& record) {
-  auto* memory = dynamic_cast<CVmWin32Memory*>(record.memory.m_pMemory.get());
-  if (memory == nullptr || memory->IsZeroed()) return;
-  std::memset(memory->GetAddress(), 0, static_cast<std::size_t>(record.bytes));
+  if (record.zeroed) return;
+  const std::int64_t bytes = record.memory.m_pHandle->GetBlockSize();
+  std::memset(record.address, 0, static_cast<std::size_t>(bytes));
 }
 
 void CVmManagerImpl::CommitRecord(Record& record) noexcept {
@@ -58,6 +84,7 @@ void CVmManagerImpl::DropRecord(Record& record) noexcept {
   if (m_evictable.Has(record)) m_evictable.Remove(record);
   if (HoldOf(record) == Hold::kPinned) m_nPinnedBlocks -= record.memory.m_nSize;
   m_copies.Remove(record);
+  m_copies.Leave(record.memory.m_nSize);
   m_nMemoryUsed -= record.memory.m_nSize;
   m_records.Release(record);
 }
@@ -69,8 +96,11 @@ bool CVmManagerImpl::EvictFor(std::int64_t blocks, std::int64_t& unplaced) {
   if (!m_evictable.Choose(blocks, m_victims)) return false;
   // Written in the order of their keys, which is near that of their slots.
   std::sort(m_victims.begin(), m_victims.end());
-  return std::all_of(m_victims.begin(), m_victims.end(),
-                     [&](std::int64_t key) { return SwapOut(m_records.At(key), unplaced); });
+  const bool all = std::all_of(m_victims.begin(), m_victims.end(), [&](std::int64_t key) {
+    return SwapOut(m_records.At(key), unplaced);
+  });
+  if (!all) m_spare = {};
+  return all;
 }
 
 // On failure the record stays as it is, in memory and modified. Zeros that were never
@@ -102,6 +132,9 @@ bool CVmManagerImpl::SwapOut(Record& record, std::int64_t& unplaced) {
     m_slots.SetContents(slot);
   }
   memory.m_pHandle->Set(memory.m_nIndex, CVmBlock::Type::Swap, slot);
+  if (!m_seams.memory) {
+    m_spare = {std::move(memory.m_pMemory), memory.m_pHandle->GetBlockSize(), record.address};
+  }
   DropRecord(record);
   return true;
 }
@@ -109,11 +142,12 @@ bool CVmManagerImpl::SwapOut(Record& record, std::int64_t& unplaced) {
 // One record gives its copy in the swap file up, so that another can be written
 // there; it must be written again itself then.
 bool CVmManagerImpl::GiveUpCopy(std::int64_t size) noexcept {
-  Record* record = m_copies.Choose(size);
-  if (record == nullptr) return false;
-  m_copies.Remove(*record);
-  FreeSlot(std::exchange(record->memory.m_nSwapSlot, SwapSlots::kNone), record->memory.m_nSize);
-  record->memory.m_modified = true;
+  const std::int64_t key = m_copies.Choose(size);
+  if (key < 0) return false;
+  Record& record = m_records.At(key);
+  m_copies.Remove(record);
+  FreeSlot(std::exchange(record.memory.m_nSwapSlot, SwapSlots::kNone), record.memory.m_nSize);
+  record.memory.m_modified = true;
   return true;
 }
 
@@ -159,16 +193,17 @@ bool CVmManagerImpl::ReserveSwapEnd(std::int64_t size) {
 // Moves the block's own bytes between the record and its slot.
 bool CVmManagerImpl::Transfer(bool write, std::int64_t slot, Record& record) {
   constexpr std::int64_t kPiece = 1 << 30;  // one call must stay below 4 GiB
-  auto* bytes = static_cast<BYTE*>(record.memory.m_pMemory->GetAddress());
+  const std::int64_t bytes = record.memory.m_pHandle->GetBlockSize();
   bool moved = m_pSwap && m_pSwap->Seek(slot * m_nBlockSize);
-  for (std::int64_t at = 0; moved && at < record.bytes; at += kPiece) {
-    const std::int64_t size = std::min(record.bytes - at, kPiece);
-    moved = write ? m_pSwap->Write(bytes + at, size) : m_pSwap->Read(bytes + at, size);
+  for (std::int64_t at = 0; moved && at < bytes; at += kPiece) {
+    const std::int64_t size = std::min(bytes - at, kPiece);
+    BYTE* const piece = record.address + at;
+    moved = write ? m_pSwap->Write(piece, size) : m_pSwap->Read(piece, size);
   }
   if (moved) return true;
-  korin::vm::LastPagingFailure().Set(std::string("a block of ") + std::to_string(record.bytes) +
+  korin::vm::LastPagingFailure().Set(std::string("a block of ") + std::to_string(bytes) +
                                          " bytes cannot be " + (write ? "written: " : "read: ") +
                                          (m_pSwap ? m_pSwap->GetError() : "no swap file"),
-                                     AllocationFigures{record.bytes, -1, -1});
+                                     AllocationFigures{bytes, -1, -1});
   return false;
 }

@@ -49,11 +49,11 @@ class Retired {
 
 }  // namespace
 
-void MoveAndPoison(std::unique_ptr<CVmMemoryInterface>& memory, std::int64_t bytes) noexcept try {
-  if (dynamic_cast<CVmWin32Memory*>(memory.get()) == nullptr) return;
+bool MoveAndPoison(std::unique_ptr<CVmMemoryInterface>& memory, std::int64_t bytes) noexcept try {
+  if (dynamic_cast<CVmWin32Memory*>(memory.get()) == nullptr) return false;
   static auto* retired = new Retired;
   auto fresh = CVmMemoryInterface::Alloc(bytes);
-  if (!fresh || !fresh->IsValid()) return;
+  if (!fresh || !fresh->IsValid()) return false;
   std::memcpy(fresh->GetAddress(), memory->GetAddress(), static_cast<std::size_t>(bytes));
   memory.swap(fresh);
   void* old = fresh->GetAddress();
@@ -63,7 +63,9 @@ void MoveAndPoison(std::unique_ptr<CVmMemoryInterface>& memory, std::int64_t byt
     poisoned.protectedBytes = 0;
   }
   retired->Add(std::move(poisoned));
-} catch (const std::bad_alloc&) {  // the block stays where it is
+  return true;
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
 }  // namespace korin::vm

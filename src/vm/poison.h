@@ -9,11 +9,13 @@ namespace korin::vm {
 
 // In a build with KORINIMAGE_POISON: moves a block whose last holder has let go to
 // fresh memory, fills the old place with 0xA5 and forbids access to it for a while,
-// so that an address kept too long is found out. Otherwise nothing.
+// so that an address kept too long is found out. True when it moved. Otherwise nothing.
 #ifdef KORINIMAGE_POISON
-void MoveAndPoison(std::unique_ptr<CVmMemoryInterface>& memory, std::int64_t bytes) noexcept;
+bool MoveAndPoison(std::unique_ptr<CVmMemoryInterface>& memory, std::int64_t bytes) noexcept;
 #else
-inline void MoveAndPoison(std::unique_ptr<CVmMemoryInterface>&, std::int64_t) noexcept {}
+inline bool MoveAndPoison(std::unique_ptr<CVmMemoryInterface>&, std::int64_t) noexcept {
+  return false;
+}
 #endif
 
 }  // namespace korin::vm

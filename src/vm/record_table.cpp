@@ -1,55 +1,67 @@
 #include "vm/record_table.h"
 
-#include <limits>
+#include <iterator>
 
 namespace korin::vm {
 
 Record& RecordTable::Take() {
   if (Record* record = m_free.First()) {
     m_free.Remove(*record);
+    record->place = Record::Place::kNone;
     return *record;
   }
-  Record& record = m_records.emplace_back();
-  try {
-    std::set<StampOrder> stamps{{0, 0, &record}};
-    record.stampNode = stamps.extract(stamps.begin());
-    std::set<CopyOrder> copies{{0, 0, &record}};
-    record.copyNode = copies.extract(copies.begin());
-  } catch (...) {
-    m_records.pop_back();
-    throw;
+  if (m_count == static_cast<std::int64_t>(m_pieces.size() * kPiece)) {
+    m_pieces.push_back(std::make_unique<Piece>());
   }
-  record.key = KeyCount() - 1;
+  Record& record = At(m_count);
+  auto place = std::make_unique<StampPlace>();
+  std::set<StampOrder> stamps{{0, 0, &record}};
+  place->parked = stamps.extract(stamps.begin());
+  record.stampPlace = std::move(place);
+  record.key = m_count++;
   return record;
 }
 
 void RecordTable::Release(Record& record) noexcept {
   record.memory.Reset();
-  record.bytes = 0;
-  record.awaitsZeros = false;
+  record.address = nullptr;
+  record.zeroed = record.awaitsZeros = false;
   m_free.PushBack(record);
+  record.place = Record::Place::kFreeList;
 }
 
+void CopyIndex::Enter(std::int64_t size, std::int64_t end) {
+  auto found = m_sizes.find(size);
+  if (found == m_sizes.end()) {
+    // Sizes that nothing has any more go only now: those of a budget of one block would
+    // come and go with every block.
+    std::erase_if(m_sizes, [](const auto& entry) { return entry.second.records == 0; });
+    found = m_sizes.try_emplace(size).first;
+  }
+  found->second.copies.Reserve(end);
+  ++found->second.records;
+}
+
+void CopyIndex::Leave(std::int64_t size) noexcept { --m_sizes.find(size)->second.records; }
+
 void CopyIndex::Add(Record& record) noexcept {
-  record.copyNode.value() = {record.memory.m_nSize, record.key, &record};
-  record.copyPlace = m_set.insert(std::move(record.copyNode)).position;
-  record.inCopySet = true;
+  m_sizes.find(record.memory.m_nSize)->second.copies.Add(record.key);
+  record.inCopyIndex = true;
 }
 
 void CopyIndex::Remove(Record& record) noexcept {
-  if (!record.inCopySet) return;
-  record.copyNode = m_set.extract(record.copyPlace);
-  record.inCopySet = false;
+  if (!record.inCopyIndex) return;
+  m_sizes.find(record.memory.m_nSize)->second.copies.Remove(record.key);
+  record.inCopyIndex = false;
 }
 
-Record* CopyIndex::Choose(std::int64_t size) const {
-  constexpr std::int64_t kFirst = std::numeric_limits<std::int64_t>::min();
-  const auto exact = m_set.lower_bound({size, kFirst});
-  if (exact != m_set.end() && exact->size == size) return exact->record;
-  // One step per size that occurs: the first entry of each has its smallest key.
-  Record* smallest = nullptr;
-  for (auto at = m_set.begin(); at != m_set.end(); at = m_set.lower_bound({at->size + 1, kFirst})) {
-    if (smallest == nullptr || at->key < smallest->key) smallest = at->record;
+std::int64_t CopyIndex::Choose(std::int64_t size) const {
+  const auto exact = m_sizes.find(size);
+  std::int64_t smallest = exact == m_sizes.end() ? -1 : exact->second.copies.First();
+  if (smallest >= 0) return smallest;
+  for (const auto& [other, records] : m_sizes) {
+    const std::int64_t key = records.copies.First();
+    if (key >= 0 && (smallest < 0 || key < smallest)) smallest = key;
   }
   return smallest;
 }

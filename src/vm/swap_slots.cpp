@@ -1,7 +1,5 @@
 #include "vm/swap_slots.h"
 
-#include <algorithm>
-
 namespace korin::vm {
 
 std::int64_t SwapSlots::FindFree(std::int64_t size) const {
@@ -10,7 +8,7 @@ std::int64_t SwapSlots::FindFree(std::int64_t size) const {
 }
 
 void SwapSlots::TakeFree(std::int64_t slot) noexcept {
-  Extent& extent = m_extents.find(slot)->second;
+  Extent& extent = At(slot);
   m_freeBySize.find(extent.size)->second = extent.nextFree;
   extent.free = false;
   --m_freeCount;
@@ -19,13 +17,14 @@ void SwapSlots::TakeFree(std::int64_t slot) noexcept {
 std::int64_t SwapSlots::Append(std::int64_t size) {
   m_freeBySize.try_emplace(size, kNone);  // so that freeing it allocates nothing
   const std::int64_t slot = m_used;
-  m_extents[slot].size = size;
+  m_extents.resize(static_cast<std::size_t>(m_used + size));
+  At(slot).size = size;
   m_used += size;
   return slot;
 }
 
 void SwapSlots::Free(std::int64_t slot) noexcept {
-  Extent& extent = m_extents.find(slot)->second;
+  Extent& extent = At(slot);
   std::int64_t& top = m_freeBySize.find(extent.size)->second;
   extent.nextFree = top;
   extent.free = true;
@@ -37,9 +36,10 @@ void SwapSlots::Free(std::int64_t slot) noexcept {
 
 std::vector<SwapSlots::View> SwapSlots::Extents() const {
   std::vector<View> views;
-  for (const auto& [slot, extent] : m_extents) views.push_back({slot, extent.size, extent.free});
-  std::sort(views.begin(), views.end(),
-            [](const View& a, const View& b) { return a.slot < b.slot; });
+  for (std::int64_t slot = 0; slot < m_used; ++slot) {
+    const Extent& extent = At(slot);
+    if (extent.size > 0) views.push_back({slot, extent.size, extent.free});
+  }
   return views;
 }
 

@@ -1,8 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
-#include <unordered_map>
 #include <vector>
 
 namespace korin::vm {
@@ -33,14 +33,14 @@ class SwapSlots {
   void Free(std::int64_t slot) noexcept;
 
   // False until the extent is written: such an extent reads as zeros.
-  bool HasContents(std::int64_t slot) const { return m_extents.at(slot).hasContents; }
+  bool HasContents(std::int64_t slot) const { return At(slot).hasContents; }
   void SetContents(std::int64_t slot) {
-    Extent& extent = m_extents.at(slot);
+    Extent& extent = At(slot);
     extent.hasContents = true;
     ++extent.version;
   }
   // Changes whenever the extent is written or freed.
-  std::int64_t Version(std::int64_t slot) const { return m_extents.at(slot).version; }
+  std::int64_t Version(std::int64_t slot) const { return At(slot).version; }
 
   struct View {
     std::int64_t slot = 0;
@@ -52,18 +52,21 @@ class SwapSlots {
 
  private:
   struct Extent {
-    std::int64_t size = 0;
+    std::int64_t size = 0;          // 0: not the first block of an extent
     std::int64_t nextFree = kNone;  // below this one on the stack of its size
-    std::int64_t version = 0;
-    bool free = false;
-    bool hasContents = false;
+    std::int64_t version : 62 = 0;
+    bool free : 1 = false;
+    bool hasContents : 1 = false;
   };
+
+  Extent& At(std::int64_t slot) { return m_extents[static_cast<std::size_t>(slot)]; }
+  const Extent& At(std::int64_t slot) const { return m_extents[static_cast<std::size_t>(slot)]; }
 
   std::int64_t m_limit = 0;
   std::int64_t m_used = 0;
   std::int64_t m_freeCount = 0;
-  std::unordered_map<std::int64_t, Extent> m_extents;  // by slot
-  std::map<std::int64_t, std::int64_t> m_freeBySize;   // top of each size's stack
+  std::vector<Extent> m_extents;                      // by slot
+  std::map<std::int64_t, std::int64_t> m_freeBySize;  // top of each size's stack
 };
 
 }  // namespace korin::vm

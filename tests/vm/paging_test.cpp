@@ -2,8 +2,10 @@
 // rules and a plain copy of the pixels.
 #include <algorithm>
 #include <random>
+#include <set>
 
 #include "vm/counting_backends.h"
+#include "vm/key_set.h"
 #include "vm/paging_model.h"
 
 namespace korin::test {
@@ -210,6 +212,29 @@ class LongRun {
 };
 
 class PagingTest : public VmTest {};
+
+TEST_F(PagingTest, AKeySetFindsItsSmallestAtAnySize) {
+  vm::KeySet keys;
+  std::set<std::int64_t> expected;
+  std::mt19937 random(7);
+  for (const std::int64_t end : {1, 64, 65, 4097, 300000}) {
+    keys.Reserve(end);
+    for (int step = 0; step < 3000; ++step) {
+      // Any key comes or goes, or the smallest goes, so that whole words empty.
+      const std::int64_t key = step % 2 == 0 || expected.empty()
+                                   ? static_cast<std::int64_t>(random()) % end
+                                   : *expected.begin();
+      if (expected.erase(key) > 0) {
+        keys.Remove(key);
+      } else {
+        expected.insert(key);
+        keys.Add(key);
+      }
+      ASSERT_EQ(keys.First(), expected.empty() ? -1 : *expected.begin());
+    }
+    if (expected.insert(end - 1).second) keys.Add(end - 1);
+  }
+}
 
 TEST_F(PagingTest, EveryKeySlotAndPixelIsWhatTheRulesSay) {
   std::int64_t lines = 0;
