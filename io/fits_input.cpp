@@ -13,6 +13,7 @@
 #include "fits_tiles.h"
 #include "korinimage/io/file_error.h"
 #include "platform/checked_math.h"
+#include "platform/text.h"
 #include "tile_header.h"
 
 namespace korin {
@@ -119,7 +120,11 @@ void FitsInput::Open(const fs::path& file) {
   }
 
   // An absolute name has no leading blanks, which the library would drop.
-  const std::string name = fs::absolute(file).string();
+  const std::string name = platform::NarrowName(fs::absolute(file));
+  if (name.empty()) {
+    throw FileError(file, "has a name that the FITS library cannot take here",
+                    "give it a name in characters of the system's code page");
+  }
   if (name.size() >= FLEN_FILENAME) {
     throw FileError(file,
                     "has a name of " + std::to_string(name.size()) + " bytes, and at most " +

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "file_option.h"
 #include "korinimage/exceptions.h"
 #include "korinimage/global_memory.h"
 #include "korinimage/io/file_error.h"
@@ -113,8 +114,10 @@ void AddBitmapCommand(CLI::App& app, Session& session) {
   auto output = std::make_shared<std::filesystem::path>();
   CLI::App* command =
       app.add_subcommand("from-bmp", "Make an 8-bit frame of a bitmap: grey, or red, green, blue");
-  command->add_option("file", *file, "BMP file")->type_name("IN.bmp")->required();
-  command->add_option("output", *output, "FITS file to write")->type_name("OUT.fits")->required();
+  AddFileOption(*command, "file", *file, "BMP file")->type_name("IN.bmp")->required();
+  AddFileOption(*command, "output", *output, "FITS file to write")
+      ->type_name("OUT.fits")
+      ->required();
   command->callback([&session, file, output] {
     const std::vector<BYTE> bytes = ReadBitmapFile(*file);
     const PackedBitmap bitmap(bytes, *file);

@@ -9,6 +9,7 @@
 
 #include "commands.h"
 #include "conversion.h"
+#include "file_option.h"
 #include "level_options.h"
 #include "measure.h"
 
@@ -91,8 +92,8 @@ void AddConvertCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<ConvertOptions>();
   CLI::App* command = app.add_subcommand(
       "convert", "Change the pixel type; BSCALE and BZERO keep physical values where they can");
-  command->add_option("file", options->file, "FITS file")->type_name("IN")->required();
-  command->add_option("output", options->output, "FITS file to write")
+  AddFileOption(*command, "file", options->file, "FITS file")->type_name("IN")->required();
+  AddFileOption(*command, "output", options->output, "FITS file to write")
       ->type_name("OUT")
       ->required();
   AddHduOption(*command, options->hdu);

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "commands.h"
+#include "file_option.h"
 #include "interrupt.h"
 #include "korinimage/exceptions.h"
 
@@ -22,8 +23,10 @@ struct EditOptions {
 
 std::shared_ptr<EditOptions> AddFiles(CLI::App& command) {
   auto options = std::make_shared<EditOptions>();
-  command.add_option("file", options->file, "FITS file")->type_name("IN")->required();
-  command.add_option("output", options->output, "FITS file to write")->type_name("OUT")->required();
+  AddFileOption(command, "file", options->file, "FITS file")->type_name("IN")->required();
+  AddFileOption(command, "output", options->output, "FITS file to write")
+      ->type_name("OUT")
+      ->required();
   AddHduOption(command, options->hdu);
   return options;
 }

@@ -9,6 +9,7 @@
 
 #include "commands.h"
 #include "exchange_turn.h"
+#include "file_option.h"
 #include "korinimage/io/file_error.h"
 #include "korinimage/shared_mem.h"
 
@@ -104,14 +105,14 @@ void AddExchangeCommands(CLI::App& app, Session& session) {
   auto sending = std::make_shared<ExchangeOptions>();
   CLI::App* send = app.add_subcommand(
       "send", "Hand a frame to another process of this user, which runs receive");
-  send->add_option("file", sending->file, "FITS file")->type_name("FILE")->required();
+  AddFileOption(*send, "file", sending->file, "FITS file")->type_name("FILE")->required();
   AddHduOption(*send, sending->hdu);
   AddPatience(*send, *sending, "How long to wait until the frame was received (default: 60)");
   send->callback([&session, sending] { Send(*sending, session); });
 
   auto receiving = std::make_shared<ExchangeOptions>();
   CLI::App* receive = app.add_subcommand("receive", "Save the frame that another process sends");
-  receive->add_option("output", receiving->file, "FITS file to write")
+  AddFileOption(*receive, "output", receiving->file, "FITS file to write")
       ->type_name("OUT.fits")
       ->required();
   AddPatience(*receive, *receiving, "How long to wait for the sender (default: 60)");

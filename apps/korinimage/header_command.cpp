@@ -10,6 +10,7 @@
 
 #include "card_value.h"
 #include "commands.h"
+#include "file_option.h"
 #include "json.h"
 #include "korinimage/io/file_error.h"
 #include "observation.h"
@@ -42,7 +43,7 @@ std::string CardText(const CHeader& header, int index) {
 void AddListCommand(CLI::App& header) {
   auto options = std::make_shared<HeaderOptions>();
   CLI::App* command = header.add_subcommand("list", "All cards of the image");
-  command->add_option("file", options->file, "FITS file")->type_name("FILE")->required();
+  AddFileOption(*command, "file", options->file, "FITS file")->type_name("FILE")->required();
   AddHduOption(*command, options->hdu);
   command->add_flag("--json", options->json, "Print a JSON array of cards");
   command->callback([options] {
@@ -62,7 +63,7 @@ void AddListCommand(CLI::App& header) {
 void AddGetCommand(CLI::App& header) {
   auto options = std::make_shared<HeaderOptions>();
   CLI::App* command = header.add_subcommand("get", "The value of one keyword");
-  command->add_option("file", options->file, "FITS file")->type_name("FILE")->required();
+  AddFileOption(*command, "file", options->file, "FITS file")->type_name("FILE")->required();
   command->add_option("key", options->key, "Keyword, e.g. EXPTIME")->type_name("KEY")->required();
   AddHduOption(*command, options->hdu);
   command->add_flag("--card", options->card, "Print the whole card");
@@ -123,8 +124,8 @@ void AddSetTimesCommand(CLI::App& header, Session& session) {
   auto options = std::make_shared<TimesOptions>();
   CLI::App* command = header.add_subcommand(
       "set-times", "Write the cards of observation time and exposure into a copy");
-  command->add_option("file", options->file, "FITS file")->type_name("IN")->required();
-  command->add_option("output", options->output, "FITS file to write")
+  AddFileOption(*command, "file", options->file, "FITS file")->type_name("IN")->required();
+  AddFileOption(*command, "output", options->output, "FITS file to write")
       ->type_name("OUT")
       ->required();
   AddHduOption(*command, options->hdu);

@@ -8,6 +8,7 @@
 #include <numeric>
 
 #include "commands.h"
+#include "file_option.h"
 #include "histogram_plot.h"
 #include "json.h"
 #include "platform/terminal.h"
@@ -126,7 +127,7 @@ void PrintText(const HistogramOptions& options, const std::vector<PlaneHistogram
 void AddHistogramCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<HistogramOptions>();
   CLI::App* command = app.add_subcommand("histogram", "How many pixels have which physical value");
-  command->add_option("file", options->file, "FITS file")->type_name("FILE")->required();
+  AddFileOption(*command, "file", options->file, "FITS file")->type_name("FILE")->required();
   AddHduOption(*command, options->hdu);
   command->add_option("--bins", options->bins, "Number of bins (default: up to 256)")
       ->type_name("N")
@@ -149,7 +150,7 @@ void AddHistogramCommand(CLI::App& app, Session& session) {
       ->excludes(min)
       ->excludes(max);
   command->add_flag("--linear", options->linear, "Linear bars instead of logarithmic ones");
-  command->add_option("--png", options->png, "Draw it into a PNG file as well")
+  AddFileOption(*command, "--png", options->png, "Draw it into a PNG file as well")
       ->type_name("OUT.png");
   command->add_flag("--json", options->json, "Print JSON instead of a plot");
   command->callback([&session, options] {

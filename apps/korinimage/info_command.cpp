@@ -7,6 +7,7 @@
 #include <string>
 
 #include "commands.h"
+#include "file_option.h"
 #include "json.h"
 #include "observation.h"
 
@@ -76,7 +77,7 @@ void AddInfoCommand(CLI::App& app, Session&) {
   auto options = std::make_shared<InfoOptions>();
   CLI::App* command =
       app.add_subcommand("info", "What a file holds: size, pixel type, scaling, observation");
-  command->add_option("file", options->file, "FITS file")->type_name("FILE")->required();
+  AddFileOption(*command, "file", options->file, "FITS file")->type_name("FILE")->required();
   AddHduOption(*command, options->hdu);
   command->add_flag("--json", options->json, "Print JSON");
   command->callback([options] {

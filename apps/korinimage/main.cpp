@@ -11,6 +11,7 @@
 #include <new>
 #include <string>
 #include <system_error>
+#include <vector>
 
 #include "commands.h"
 #include "interrupt.h"
@@ -31,7 +32,7 @@ int Fail(const std::string& text, int code) {
   return code;
 }
 
-int Run(int argc, char** argv) {
+int Run(const std::vector<std::string>& words) {
   CLI::App app("Looks at, measures and converts astronomical frames of any size.", "korinimage");
   app.set_version_flag("--version", std::string("korinimage ") + korin::Version());
   app.fallthrough();  // the shared options may follow the subcommand
@@ -55,7 +56,9 @@ int Run(int argc, char** argv) {
   korin::app::AddSynthCommand(app, session);
 
   try {
-    app.parse(argc, argv);
+    std::vector<const char*> line;
+    for (const std::string& word : words) line.push_back(word.c_str());
+    app.parse(static_cast<int>(line.size()), line.data());
     errno = 0;
     if (std::fflush(stdout) != 0) throw std::system_error(errno, std::generic_category());
     return 0;
@@ -87,5 +90,5 @@ int Run(int argc, char** argv) {
 int main(int argc, char** argv) {
   korin::platform::OccupyClosedStreams();
   korin::app::WatchForInterrupts();
-  return Run(argc, argv);
+  return Run(korin::platform::CommandWords(argc, argv));
 }

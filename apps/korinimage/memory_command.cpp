@@ -128,7 +128,7 @@ void WriteSetting(const std::string& key, const std::string& value) {
     if (value.empty()) {
       config->DeleteValue(kSection, kFolderKey);
     } else {
-      const std::filesystem::path folder = std::filesystem::absolute(value);
+      const std::filesystem::path folder = std::filesystem::absolute(platform::PathOf(value));
       if (!std::filesystem::is_directory(folder)) {
         throw UsageError(value + " is not a folder");
       }

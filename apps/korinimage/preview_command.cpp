@@ -8,6 +8,7 @@
 
 #include "commands.h"
 #include "conversion.h"
+#include "file_option.h"
 #include "korinimage/io/png_file.h"
 #include "level_options.h"
 #include "measure.h"
@@ -64,8 +65,8 @@ void AddPreviewCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<PreviewOptions>();
   CLI::App* command = app.add_subcommand(
       "preview", "A picture of a frame: grey, or colour for three planes; row 1 at the bottom");
-  command->add_option("file", options->file, "FITS file")->type_name("IN")->required();
-  command->add_option("-o,--output", options->output, "PNG file to write")
+  AddFileOption(*command, "file", options->file, "FITS file")->type_name("IN")->required();
+  AddFileOption(*command, "-o,--output", options->output, "PNG file to write")
       ->type_name("OUT.png")
       ->required();
   AddHduOption(*command, options->hdu);

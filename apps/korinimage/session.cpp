@@ -9,6 +9,7 @@
 #include <map>
 
 #include "command_config.h"
+#include "file_option.h"
 #include "korinimage/config.h"
 #include "korinimage/threads.h"
 #include "platform/text.h"
@@ -38,9 +39,14 @@ void Session::AddOptions(CLI::App& app) {
       ->type_name("MIB")
       ->check(CLI::Range(std::int64_t{0}, std::int64_t{std::numeric_limits<int>::max()}))
       ->group(kGroup);
-  app.add_option("--swap-dir", m_swapFolder, "Folder of the swap file")
+  AddFileOption(app, "--swap-dir", m_swapFolder, "Folder of the swap file")
       ->type_name("DIR")
-      ->check(CLI::ExistingDirectory)
+      ->check([](const std::string& folder) {
+        std::error_code error;
+        return std::filesystem::is_directory(platform::PathOf(folder), error)
+                   ? std::string()
+                   : "Directory does not exist: " + folder;
+      })
       ->group(kGroup);
   const std::map<std::string, CVmManager::AllocationPolicy> policies = {
       {"blocks", CVmManager::AllocationPolicy::Blocks},

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "commands.h"
+#include "file_option.h"
 #include "json.h"
 #include "measure.h"
 
@@ -65,7 +66,7 @@ void AddStatsCommand(CLI::App& app, Session& session) {
   auto options = std::make_shared<StatsOptions>();
   CLI::App* command = app.add_subcommand(
       "stats", "Minimum, maximum, average, deviation and mode, of all planes and of each");
-  command->add_option("file", options->file, "FITS file")->type_name("FILE")->required();
+  AddFileOption(*command, "file", options->file, "FITS file")->type_name("FILE")->required();
   AddHduOption(*command, options->hdu);
   command->add_flag("--raw", options->raw, "Stored values, without BSCALE and BZERO");
   command->add_flag("--json", options->json, "Print JSON; plane -1 is all planes together");

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "commands.h"
+#include "file_option.h"
 #include "korinimage/exceptions.h"
 #include "korinimage/scoped_progress.h"
 #include "platform/text.h"
@@ -90,7 +91,7 @@ void AddSynthCommand(CLI::App& app, Session& session) {
   StarFieldOptions& field = options->field;
   CLI::App* command =
       app.add_subcommand("synth", "Make a synthetic camera frame of stars, 16 bits unsigned");
-  command->add_option("output", options->output, "FITS file to write")
+  AddFileOption(*command, "output", options->output, "FITS file to write")
       ->type_name("OUT.fits")
       ->required();
   const CLI::Range side(1, 1 << 20);

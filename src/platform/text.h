@@ -46,4 +46,13 @@ std::wstring CutToColumns(std::wstring_view text, int bytes);
 std::wstring PathToWide(const std::filesystem::path& path);
 std::filesystem::path WideToPath(std::wstring_view text);
 
+// A file name as a command line or a text file gives it: as it stands on POSIX, in UTF-8 on
+// Windows.
+std::filesystem::path PathOf(std::string_view text);
+
+// The name by which functions that take a narrow name, as those of the C library do, open
+// an existing file: the path itself on POSIX; on Windows in the code page, for which the
+// file's short name may have to stand in. Empty when there is none.
+std::string NarrowName(const std::filesystem::path& file);
+
 }  // namespace korin::platform

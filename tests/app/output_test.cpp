@@ -19,8 +19,10 @@ TEST_F(CommandTest, StatisticsComeAsJson) {
   text.resize(2880, ' ');
   text += std::string("\0\1\0\2\0\2\0\7", 8);
   text.resize(5760, '\0');
-  const std::string frame = Path(kWindows ? "a b.fits" : "a \"b\".fits");
-  std::ofstream(frame, std::ios::binary) << text;
+  const std::string frame =
+      Path(kWindows ? "a b \xC3\xA9\xE6\x97\xA5.fits" : "a \"b\" \xC3\xA9\xE6\x97\xA5.fits");
+  const std::u8string name(frame.begin(), frame.end());
+  std::ofstream(std::filesystem::path(name), std::ios::binary) << text;
 
   const Result stats = RunCommand({"stats", frame, "--json"});
   ASSERT_EQ(stats.code, 0) << stats.err;

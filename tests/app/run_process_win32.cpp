@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <windows.h>
 
+#include <filesystem>
 #include <mutex>
 
 #include "run_process.h"
@@ -23,18 +24,19 @@ Ended RunProcess(std::vector<std::string> words, const std::string& out, const s
                  int) {
   std::string line;
   for (const std::string& word : words) line += (line.empty() ? "\"" : " \"") + word + '"';
+  std::wstring wide = std::filesystem::path(std::u8string(line.begin(), line.end())).native();
   // A program inherits what is open now, the files of one started meanwhile too.
   static std::mutex oneByOne;
   std::unique_lock lock(oneByOne);
-  STARTUPINFOA start{};
+  STARTUPINFOW start{};
   start.cb = sizeof start;
   start.dwFlags = STARTF_USESTDHANDLES;
   start.hStdOutput = NewFile(out);
   start.hStdError = NewFile(err);
   PROCESS_INFORMATION process{};
   Ended ended;
-  EXPECT_NE(CreateProcessA(words[0].c_str(), line.data(), nullptr, nullptr, TRUE, 0, nullptr,
-                           nullptr, &start, &process),
+  EXPECT_NE(CreateProcessW(nullptr, wide.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
+                           &start, &process),
             0)
       << GetLastError();
   CloseHandle(start.hStdOutput);

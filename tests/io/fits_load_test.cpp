@@ -29,6 +29,13 @@ class LoadFitsTest : public IoTest {
   }
 };
 
+// Whatever the characters, also those that no code page has together.
+TEST_F(LoadFitsTest, OpensFilesOfAnyName) {
+  const auto file = m_folder / u8"\u00E9 \u65E5 \u0416.fits";
+  std::filesystem::rename(Write(Head(8, {2, 1}), {7, 9}), file);
+  EXPECT_EQ(Pixels(*LoadFits(m_manager, file)), (Bytes{7, 9}));
+}
+
 TEST_F(LoadFitsTest, RecognisesTheConventionsForIntegers) {
   const auto data16 = BigEndian<std::int16_t>({-32768, -1, 0, 32767});
   const auto u16 = LoadFits(

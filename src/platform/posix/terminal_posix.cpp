@@ -24,6 +24,8 @@ int TerminalColumns(StandardStream stream, int fallback) noexcept {
   return size.ws_col;
 }
 
+std::vector<std::string> CommandWords(int argc, char** argv) { return {argv, argv + argc}; }
+
 void OccupyClosedStreams() noexcept {
   for (int file = STDIN_FILENO; file <= STDERR_FILENO; ++file) {
     if (fcntl(file, F_GETFD) != -1 || errno != EBADF) continue;

@@ -43,6 +43,10 @@ std::wstring PathToWide(const std::filesystem::path& path) {
   return out;
 }
 
+std::filesystem::path PathOf(std::string_view text) { return text; }
+
+std::string NarrowName(const std::filesystem::path& file) { return file.native(); }
+
 std::filesystem::path WideToPath(std::wstring_view text) {
   std::string native;
   native.reserve(text.size());

@@ -1,5 +1,7 @@
 #include "platform/text.h"
 
+#include <optional>
+
 #include "platform/unicode.h"
 #include "platform/win32/windows_api.h"
 
@@ -29,6 +31,19 @@ std::wstring FromCodePage(const std::string& bytes) {
   return out;
 }
 
+// The whole text, when the code page has every character of it.
+std::optional<std::string> InCodePage(const std::wstring& text) {
+  std::string bytes;
+  for (std::size_t at = 0; at < text.size();) {
+    std::wstring character;
+    unicode::AppendUnits(character, unicode::TakeUnits(std::wstring_view(text), at));
+    const std::string next = ToCodePage(character);
+    if (FromCodePage(next) != character) return std::nullopt;
+    bytes += next;
+  }
+  return bytes;
+}
+
 }  // namespace
 
 std::wstring CutToColumns(std::wstring_view text, int bytes) {
@@ -47,6 +62,17 @@ std::wstring CutToColumns(std::wstring_view text, int bytes) {
 }
 
 std::wstring PathToWide(const std::filesystem::path& path) { return path.native(); }
+
+std::filesystem::path PathOf(std::string_view text) { return FromUtf8(text); }
+
+std::string NarrowName(const std::filesystem::path& file) {
+  if (const auto name = InCodePage(file.native())) return *name;
+  std::wstring alias(32768, L'\0');
+  const DWORD size =
+      GetShortPathNameW(file.c_str(), alias.data(), static_cast<DWORD>(alias.size()));
+  alias.resize(size < alias.size() ? size : 0);
+  return InCodePage(alias).value_or("");
+}
 
 std::filesystem::path WideToPath(std::wstring_view text) { return std::filesystem::path(text); }
 
