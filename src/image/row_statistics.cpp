@@ -159,7 +159,7 @@ double Deviation(const PixelView& view, std::int64_t plane, double mean) {
 
 std::vector<std::int32_t> Histogram(const PixelView& view, std::int64_t plane, double min,
                                     double binWidth, std::int32_t bins) {
-  const kernels::PhysicalBins rule{view.bscale, view.bzero, min, binWidth, bins};
+  const kernels::BinRule rule{view.bscale, view.bzero, min, binWidth, bins};
   std::vector<std::int32_t> histogram(static_cast<std::size_t>(bins));
   DispatchElement(view.kind, [&]<typename T>(std::type_identity<T>) {
     const auto [first, end] = PlanesOf(view, plane);

@@ -10,15 +10,24 @@
 // forms give the same bits.
 namespace korin::kernels {
 
-// Where a physical value p = v * bscale + bzero is counted: q = (p - min) / width,
-// truncated, for -1 < q < bins; elsewhere nowhere. A width of 0 counts what equals
-// min in bin 0.
-struct PhysicalBins {
+// Where a value p = v * bscale + bzero is counted: q = (p - min) / width + first, or
+// (p - min) * width + first where `multiplied`, truncated, for -1 < q < bins; elsewhere
+// nowhere. A division by 0 counts what equals min in bin 0.
+struct BinRule {
   double bscale;
   double bzero;
   double min;
   double width;
   std::int32_t bins;
+  double first = 0.0;
+  bool multiplied = false;
+};
+
+// Cells to count in: those of sample x begin at copies[x mod 4]. Neighbouring samples,
+// which are often alike, need not wait for each other's increment where these differ.
+struct CountTables {
+  static constexpr std::int64_t kCopies = 4;
+  std::uint32_t* copies[kCopies];
 };
 
 // Sum and extremes of a row's physical values; a NaN is no extreme, a zero is +0.
@@ -41,8 +50,10 @@ struct RowLoops {
                                         double bzero);
   double (*physicalSquareSum)(const T* row, std::int64_t width, double bscale, double bzero);
   // The bin of each sample; `rule.bins` for nowhere.
-  void (*binsOf)(const T* samples, std::int64_t count, const PhysicalBins& rule,
-                 std::int32_t* cells);
+  void (*binsOf)(const T* samples, std::int64_t count, const BinRule& rule, std::int32_t* cells);
+  // Adds 1 to the cell of each sample's bin; cell `rule.bins` is for nowhere.
+  void (*countBins)(const T* samples, std::int64_t count, const BinRule& rule,
+                    const CountTables& tables);
 };
 
 // The form for this processor, chosen once per process.

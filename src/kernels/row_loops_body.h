@@ -19,18 +19,14 @@ inline Vector Add(Vector a, Vector b) { return _mm256_add_pd(a, b); }
 inline Vector Subtract(Vector a, Vector b) { return _mm256_sub_pd(a, b); }
 inline Vector Multiply(Vector a, Vector b) { return _mm256_mul_pd(a, b); }
 inline Vector Divide(Vector a, Vector b) { return _mm256_div_pd(a, b); }
-inline Vector IfBetween(Vector v, Vector low, Vector high, Vector otherwise) {
-  const Vector inside =
-      _mm256_and_pd(_mm256_cmp_pd(v, low, _CMP_GT_OQ), _mm256_cmp_pd(v, high, _CMP_LT_OQ));
-  return _mm256_or_pd(_mm256_and_pd(inside, v), _mm256_andnot_pd(inside, otherwise));
-}
 inline Vector LoadVector(const double* from) { return _mm256_loadu_pd(from); }
 inline void Store(double* to, Vector v) { _mm256_storeu_pd(to, v); }
 // The second where one of them is a NaN.
 inline Vector Lower(Vector a, Vector b) { return _mm256_min_pd(a, b); }
 inline Vector Higher(Vector a, Vector b) { return _mm256_max_pd(a, b); }
-inline void StoreIntegers(std::int32_t* to, Vector v) {
-  _mm_storeu_si128(reinterpret_cast<__m128i*>(to), _mm256_cvttpd_epi32(v));
+inline __m128i Truncated(Vector v) { return _mm256_cvttpd_epi32(v); }
+inline void StoreIntegers(std::int32_t* to, __m128i v) {
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(to), v);
 }
 inline void Widen(__m128i four, Vector* to) { *to = _mm256_cvtepi32_pd(four); }
 inline void Widen(__m128 four, Vector* to) { *to = _mm256_cvtps_pd(four); }
@@ -42,17 +38,14 @@ inline Vector Add(Vector a, Vector b) { return _mm_add_pd(a, b); }
 inline Vector Subtract(Vector a, Vector b) { return _mm_sub_pd(a, b); }
 inline Vector Multiply(Vector a, Vector b) { return _mm_mul_pd(a, b); }
 inline Vector Divide(Vector a, Vector b) { return _mm_div_pd(a, b); }
-inline Vector IfBetween(Vector v, Vector low, Vector high, Vector otherwise) {
-  const Vector inside = _mm_and_pd(_mm_cmpgt_pd(v, low), _mm_cmplt_pd(v, high));
-  return _mm_or_pd(_mm_and_pd(inside, v), _mm_andnot_pd(inside, otherwise));
-}
 inline Vector LoadVector(const double* from) { return _mm_loadu_pd(from); }
 inline void Store(double* to, Vector v) { _mm_storeu_pd(to, v); }
 // The second where one of them is a NaN.
 inline Vector Lower(Vector a, Vector b) { return _mm_min_pd(a, b); }
 inline Vector Higher(Vector a, Vector b) { return _mm_max_pd(a, b); }
-inline void StoreIntegers(std::int32_t* to, Vector v) {
-  _mm_storel_epi64(reinterpret_cast<__m128i*>(to), _mm_cvttpd_epi32(v));
+inline __m128i Truncated(Vector v) { return _mm_cvttpd_epi32(v); }
+inline void StoreIntegers(std::int32_t* to, __m128i v) {
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(to), v);
 }
 inline void Widen(__m128i four, Vector* to) {
   to[0] = _mm_cvtepi32_pd(four);
@@ -226,29 +219,97 @@ double SumOfLanes(const T* row, std::int64_t width, Term&& term, bool divided = 
   return lanes[0];
 }
 
-inline std::int32_t BinOf(const PhysicalBins& rule, double stored) {
+// Calls f with what makes a sample a physical value. Without scaling that is the
+// sample: its product with 1 plus 0 adds the same to a sum and is as far from any other.
+template <typename F>
+auto WithPhysical(double bscale, double bzero, F f) {
+  return bscale == 1.0 && bzero == 0.0 ? f(Stored{}) : f(Physical{bscale, bzero});
+}
+
+struct Divided {
+  Vector operator()(Vector a, Vector b) const { return Divide(a, b); }
+};
+struct Multiplied {
+  Vector operator()(Vector a, Vector b) const { return Multiply(a, b); }
+};
+
+inline std::int32_t BinOf(const BinRule& rule, double stored) {
   const double value = stored * rule.bscale + rule.bzero;
-  if (rule.width == 0.0) return value == rule.min ? 0 : rule.bins;
-  const double q = (value - rule.min) / rule.width;
+  const double distance = value - rule.min;
+  if (!rule.multiplied && rule.width == 0.0) return value == rule.min ? 0 : rule.bins;
+  const double q = (rule.multiplied ? distance * rule.width : distance / rule.width) + rule.first;
   // Compared as a double before it is converted; NaN fails.
   return q > -1.0 && q < static_cast<double>(rule.bins) ? static_cast<std::int32_t>(q) : rule.bins;
 }
 
-template <typename T>
-void BinsOf(const T* samples, std::int64_t count, const PhysicalBins& rule, std::int32_t* cells) {
-  const Physical physical{rule.bscale, rule.bzero};
-  const Vector min = All(rule.min);
-  const Vector width = All(rule.width);
-  const Vector bins = All(static_cast<double>(rule.bins));
-  std::int64_t x = 0;
-  for (; x + kLanes <= count && rule.width != 0.0; x += kLanes) {
-    const Eight e = Load(samples + x);
+// The bins of eight samples at a time. What is no 32-bit integer is truncated to the
+// lowest one, so that everything outside is too large as an unsigned number.
+template <typename Value, typename Quotient>
+struct BinsOfEight {
+  Value value;
+  Quotient quotient;
+  Vector min, width, first;
+  __m128i bins;
+
+  BinsOfEight(const Value& valueOf, const BinRule& rule)
+      : value(valueOf),
+        min(All(rule.min)),
+        width(All(rule.width)),
+        first(All(rule.first)),
+        bins(_mm_set1_epi32(rule.bins)) {}
+
+  template <typename T>
+  void operator()(const T* samples, std::int32_t* cells) const {
+    const Eight e = Load(samples);
     for (int i = 0; i < kVectors; ++i) {
-      const Vector q = Divide(Subtract(physical(e.v[i]), min), width);
-      StoreIntegers(cells + x + i * kInVector, IfBetween(q, All(-1.0), bins, bins));
+      const Vector q = Add(quotient(Subtract(value(e.v[i]), min), width), first);
+      StoreIntegers(cells + i * kInVector, _mm_min_epu32(Truncated(q), bins));
     }
   }
+};
+
+// Calls f with the loop for a rule, or not at all where only BinOf knows the rule.
+template <typename F>
+void WithBinsOfEight(const BinRule& rule, F f) {
+  WithPhysical(rule.bscale, rule.bzero, [&]<typename Value>(const Value& value) {
+    if (rule.multiplied) {
+      f(BinsOfEight<Value, Multiplied>(value, rule));
+    } else if (rule.width != 0.0) {
+      f(BinsOfEight<Value, Divided>(value, rule));
+    }
+  });
+}
+
+template <typename T>
+void BinsOf(const T* samples, std::int64_t count, const BinRule& rule, std::int32_t* cells) {
+  std::int64_t x = 0;
+  WithBinsOfEight(rule, [&](const auto& bins) {
+    for (; x + kLanes <= count; x += kLanes) bins(samples + x, cells + x);
+  });
   for (; x < count; ++x) cells[x] = BinOf(rule, static_cast<double>(samples[x]));
+}
+
+template <typename T>
+void CountBins(const T* samples, std::int64_t count, const BinRule& rule,
+               const CountTables& tables) {
+  // Short strips: the processor divides for the next one while it still counts this one.
+  constexpr std::int64_t kStrip = 32;
+  constexpr std::int64_t kCopies = CountTables::kCopies;
+  constexpr std::int64_t kPerLine = kCacheLine / static_cast<std::int64_t>(sizeof(T));
+  std::uint32_t* const copies[kCopies] = {tables.copies[0], tables.copies[1], tables.copies[2],
+                                          tables.copies[3]};
+  std::int64_t x = 0;
+  WithBinsOfEight(rule, [&](const auto& bins) {
+    std::int32_t cells[kStrip];
+    for (; x + kStrip <= count; x += kStrip) {
+      for (std::int64_t i = 0; i < kStrip; i += kPerLine) FetchAhead(samples + x + i);
+      for (std::int64_t i = 0; i < kStrip; i += kLanes) bins(samples + x + i, cells + i);
+      for (std::int64_t i = 0; i < kStrip; i += kCopies) {
+        for (std::int64_t c = 0; c < kCopies; ++c) ++copies[c][cells[i + c]];
+      }
+    }
+  });
+  for (; x < count; ++x) ++copies[0][BinOf(rule, static_cast<double>(samples[x]))];
 }
 
 template <typename T>
@@ -259,12 +320,6 @@ double ScaledSum(const T* row, std::int64_t width, double scale, double divisor)
 template <typename T>
 double ScaledSquareSum(const T* row, std::int64_t width, double scale) {
   return SumOfLanes(row, width, ScaledSquare{scale});
-}
-// Calls f with what makes a sample a physical value. Without scaling that is the
-// sample: its product with 1 plus 0 adds the same to a sum.
-template <typename F>
-auto WithPhysical(double bscale, double bzero, F f) {
-  return bscale == 1.0 && bzero == 0.0 ? f(Stored{}) : f(Physical{bscale, bzero});
 }
 template <typename T>
 double PhysicalSum(const T* row, std::int64_t width, double bscale, double bzero) {
@@ -290,13 +345,13 @@ double PhysicalSquareSum(const T* row, std::int64_t width, double bscale, double
 
 }  // namespace
 
-#define KORIN_ELEMENT(name, T)                                                             \
-  template <>                                                                              \
-  const RowLoops<T>& Loops<T>() {                                                          \
-    static constexpr RowLoops<T> loops = {ScaledSum<T>,         ScaledSquareSum<T>,        \
-                                          PhysicalSum<T>,       PhysicalSumAndExtremes<T>, \
-                                          PhysicalSquareSum<T>, BinsOf<T>};                \
-    return loops;                                                                          \
+#define KORIN_ELEMENT(name, T)                                                               \
+  template <>                                                                                \
+  const RowLoops<T>& Loops<T>() {                                                            \
+    static constexpr RowLoops<T> loops = {                                                   \
+        ScaledSum<T>,         ScaledSquareSum<T>, PhysicalSum<T>, PhysicalSumAndExtremes<T>, \
+        PhysicalSquareSum<T>, BinsOf<T>,          CountBins<T>};                             \
+    return loops;                                                                            \
   }
 KORIN_FOR_EACH_ELEMENT(KORIN_ELEMENT)
 #undef KORIN_ELEMENT

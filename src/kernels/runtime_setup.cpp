@@ -2,8 +2,8 @@
 
 #include <HalideRuntime.h>
 
+#include <algorithm>
 #include <cstdio>
-#include <string>
 
 #include "kernels/parallel.h"
 #include "kernels/scratch_cache.h"
@@ -11,14 +11,15 @@
 namespace korin {
 namespace {
 
-// The runtime's own handler would abort. One write, so that lines of several
-// threads stay whole.
+// The runtime's own handler would abort. One write, so that lines of several threads
+// stay whole, and nothing from the heap, which may be what the message is about.
 void ReportError(void*, const char* message) {
-  std::string line = "korinimage: pixel kernel: ";
-  line += message;
-  while (!line.empty() && line.back() == '\n') line.pop_back();
-  line += '\n';
-  std::fwrite(line.data(), 1, line.size(), stderr);
+  char line[1024];
+  int length = std::snprintf(line, sizeof line - 1, "korinimage: pixel kernel: %s", message);
+  length = std::clamp(length, 0, static_cast<int>(sizeof line) - 2);
+  while (length > 0 && line[length - 1] == '\n') --length;
+  line[length++] = '\n';
+  std::fwrite(line, 1, static_cast<std::size_t>(length), stderr);
 }
 
 void* TakeScratch(void*, std::size_t bytes) { return ScratchCache::Process().Take(bytes); }

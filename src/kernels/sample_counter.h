@@ -24,7 +24,7 @@ class SampleCounter {
   // `samples`: about how many will come. `counts` has rule.bins cells, is added to
   // (modulo 2^32) and stays where it is until Finish.
   // Throws korin::CKorinImageBadAllocException without memory for the tables.
-  SampleCounter(const PhysicalBins& rule, std::int64_t samples, std::int32_t* counts);
+  SampleCounter(const BinRule& rule, std::int64_t samples, std::int32_t* counts);
   ~SampleCounter();
   SampleCounter(const SampleCounter&) = delete;
   SampleCounter& operator=(const SampleCounter&) = delete;
@@ -40,11 +40,11 @@ class SampleCounter {
   static constexpr bool kSmall = sizeof(T) <= 2;
   using Values = ValueCounter<std::conditional_t<kSmall, T, std::uint8_t>>;
 
-  void CountBins(const T* row, std::int64_t width, std::uint32_t* tables) const;
+  void CountBins(const T* row, std::int64_t width, std::int64_t worker) const;
   void Add(std::int64_t bin, std::uint32_t count) const;
   void FinishValues();
 
-  PhysicalBins m_rule;
+  BinRule m_rule;
   std::int32_t* m_counts;
   std::unique_ptr<Values> m_values;  // null: counted by bins
   std::int64_t m_cells = 0;          // of one table, the one for "nowhere" included

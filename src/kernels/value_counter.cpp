@@ -1,13 +1,12 @@
 #include "kernels/value_counter.h"
 
-#include <HalideRuntime.h>
-
 #include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <limits>
 #include <type_traits>
 
+#include "kernels/fetch_ahead.h"
 #include "kernels/histogram_tables.h"
 #include "kernels/parallel.h"
 #include "kernels/scratch_cache.h"
@@ -34,21 +33,22 @@ Word Read(const BYTE* from) {
   return word;
 }
 
-// Adds 1 to the cell of each 16-bit word of `bytes` bytes, a multiple of 8.
+// Adds 1 to the cell of each 16-bit word of `bytes` bytes, a multiple of 64.
 void CountWords(const BYTE* from, std::int64_t bytes, std::uint32_t* cells) {
-  constexpr std::int64_t kStep = sizeof(std::uint64_t);
-  std::uint64_t last = 0;
-  for (std::int64_t at = 0; at < bytes;) {
-    const BYTE* const words = from + at;
-    const auto all = Read<std::uint64_t>(words);
-    std::uint32_t times = 1;
-    at += kStep;
-    if (all == last) {
-      // A flat area is added at once.
-      for (; at < bytes && Read<std::uint64_t>(from + at) == last; at += kStep) ++times;
+  constexpr std::uint64_t kInEveryWord = 0x0001000100010001;
+  for (const BYTE* const end = from + bytes; from < end; from += kCacheLine) {
+    FetchAhead(from);
+    // A flat area is added at once: one increment would wait for the other.
+    const auto first = Read<std::uint16_t>(from);
+    std::uint64_t differ = 0;
+    for (std::int64_t i = 0; i < kCacheLine; i += 8) {
+      differ |= Read<std::uint64_t>(from + i) ^ first * kInEveryWord;
     }
-    last = all;
-    for (std::int64_t i = 0; i < kStep; i += 2) cells[Read<std::uint16_t>(words + i)] += times;
+    if (differ == 0) {
+      cells[first] += kCacheLine / 2;
+      continue;
+    }
+    for (std::int64_t i = 0; i < kCacheLine; i += 2) ++cells[Read<std::uint16_t>(from + i)];
   }
 }
 
@@ -62,8 +62,7 @@ template <typename T>
 ValueCounter<T>::ValueCounter(std::int64_t samples) {
   m_inPairs = sizeof(T) == 1 && samples >= kWorthPairs;
   m_cells = m_inPairs ? kPairCells : sizeof(T) == 1 ? kByteCopies * kValues : kValues;
-  m_workers = std::clamp<std::int64_t>(samples / (kSamplesPerCell * m_cells), 1,
-                                       std::min<std::int64_t>(GetThreadCount(), kMostWorkers));
+  m_workers = CountingThreads(samples, kSamplesPerCell * m_cells, kMostWorkers);
   m_tables = TakeHistogramTables(m_workers * m_cells);
 }
 
@@ -82,7 +81,7 @@ void ValueCounter<T>::CountRow(const BYTE* row, std::int64_t width, std::uint32_
   const std::int64_t bytes = width * static_cast<std::int64_t>(sizeof(T));
   std::int64_t done = 0;
   if (sizeof(T) == 2 || m_inPairs) {
-    done = bytes / 8 * 8;
+    done = bytes / kCacheLine * kCacheLine;
     CountWords(row, done, table);
   }
   if constexpr (sizeof(T) == 2) {
@@ -154,47 +153,4 @@ template class ValueCounter<std::uint8_t>;
 template class ValueCounter<std::int16_t>;
 template class ValueCounter<std::uint16_t>;
 
-namespace {
-
-template <typename T>
-int CountPlane(const halide_buffer_t& input, std::uint32_t* counts) {
-  const halide_dimension_t& x = input.dim[0];
-  const halide_dimension_t& y = input.dim[1];
-  const std::int64_t bytesPerRow = std::int64_t{y.stride} * static_cast<std::int64_t>(sizeof(T));
-  try {
-    ValueCounter<T> counter(std::int64_t{x.extent} * y.extent);
-    std::vector<RowStretch> stretches;
-    const RowPieces pieces(y.extent, bytesPerRow);
-    for (std::int64_t row = 0; row < y.extent; row += pieces.rowsPerPiece) {
-      stretches.push_back({input.host + row * bytesPerRow, row,
-                           std::min<std::int64_t>(pieces.rowsPerPiece, y.extent - row)});
-    }
-    counter.Count(stretches, x.extent, bytesPerRow);
-    counter.Finish(counts);
-    return 0;
-  } catch (const std::bad_alloc&) {
-    return halide_error_out_of_memory(nullptr);
-  }
-}
-
-}  // namespace
 }  // namespace korin::kernels
-
-// The pipelines' way to the counter: a stage that writes how often each value of the
-// whole input occurs. Buffers without memory ask which part of them is going to be used.
-extern "C" int korin_count_values(halide_buffer_t* input, std::int32_t x, std::int32_t width,
-                                  std::int32_t y, std::int32_t height, halide_buffer_t* counts) {
-  using namespace korin::kernels;
-  if (input->is_bounds_query()) {
-    input->dim[0].min = x;
-    input->dim[0].extent = width;
-    input->dim[1].min = y;
-    input->dim[1].extent = height;
-    return 0;
-  }
-  if (counts->is_bounds_query() || counts->dim[0].extent <= 0) return 0;
-  auto* const cells = reinterpret_cast<std::uint32_t*>(counts->host);
-  if (input->type.bits == 8) return CountPlane<std::uint8_t>(*input, cells);
-  return input->type.code == halide_type_int ? CountPlane<std::int16_t>(*input, cells)
-                                             : CountPlane<std::uint16_t>(*input, cells);
-}

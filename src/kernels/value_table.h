@@ -9,6 +9,7 @@
 
 #include "kernels/fetch_ahead.h"
 #include "kernels/row_batch.h"
+#include "korinimage/threads.h"
 
 namespace korin::kernels {
 
@@ -20,9 +21,10 @@ class ValueTable {
   static constexpr bool kPossible = std::is_integral_v<S> && sizeof(S) <= 2;
   static constexpr std::int64_t kValues = std::int64_t{1} << (kPossible ? 8 * sizeof(S) : 0);
 
-  // True where so many samples pay for the table.
-  static constexpr bool IsWorth(std::int64_t samples) {
-    return kPossible && samples >= 4 * kValues;
+  // True where so many samples pay for the table. Threads that did not make it fetch it
+  // from the caches of the one that did.
+  static bool IsWorth(std::int64_t samples) {
+    return kPossible && samples >= (GetThreadCount() > 1 ? 8 : 4) * kValues;
   }
 
   // `convert(const S*, D*, width, lines)` is the conversion itself, asked for all values

@@ -88,9 +88,9 @@ TEST(Histograms, EqualPlainLoops) {
 // Bins of physical values, whichever tables they are counted in; tables stay small.
 TEST(Histograms, OfPhysicalValues) {
   constexpr double kInfinity = std::numeric_limits<double>::infinity();
-  const PhysicalBins rules[] = {{1, 0, 0, 257.5, 300},      {-0.7, 40000, -9, 1.25, 60000},
-                                {1, -32768, 0, 0, 5},       {2, 10, 1e3, 1e-3, 5000000},
-                                {1, 0, 70000, -1.5, 90000}, {1, 0, 0, kInfinity, 2}};
+  const BinRule rules[] = {{1, 0, 0, 257.5, 300},      {-0.7, 40000, -9, 1.25, 60000},
+                           {1, -32768, 0, 0, 5},       {2, 10, 1e3, 1e-3, 5000000},
+                           {1, 0, 70000, -1.5, 90000}, {1, 0, 0, kInfinity, 2}};
   SetThreadCount(5);
   ForEachElement([&]<typename T>(std::type_identity<T>) {
     for (const auto& [width, lines] :
@@ -100,7 +100,7 @@ TEST(Histograms, OfPhysicalValues) {
       const auto bytes = reinterpret_cast<BYTE*>(const_cast<T*>(plane.Data()));
       const std::vector<RowStretch> stretches = {{bytes, 0, 30},
                                                  {bytes + 30 * bytesPerRow, 30, lines - 30}};
-      for (const PhysicalBins& rule : rules) {
+      for (const BinRule& rule : rules) {
         std::vector<std::int32_t> wanted(static_cast<std::size_t>(rule.bins), 1);
         std::vector<std::int32_t> counts = wanted;
         for (std::int32_t y = 0; y < lines; ++y) {
