@@ -14,7 +14,7 @@ targets=("${@:2}")
 if [ ${#targets[@]} -eq 0 ]; then
   for corpus in fuzz/corpus/*/; do targets+=("$(basename "$corpus")"); done
 fi
-korin_build release --target korin_kernels >/dev/null
+korin_build release --target korinimage >/dev/null
 korin_build fuzz --target "${targets[@]}"
 
 fuzz_one() {

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "korinimage/exceptions.h"
+#include "korinimage/threads.h"
 #include "vm/swap_backend.h"
 #include "vm/vm_test_support.h"
 
@@ -120,7 +121,9 @@ TEST_F(PagedRowsTest, TakeAgainWhatChangedItsPlaceMeanwhile) {
       others.push_back(std::make_unique<CVmImage>(manager, 8, kBlock, 1, 1, nullptr));
     }
   };
+  SetThreadCount(1);  // the block of row 0 is the first that is read
   EXPECT_EQ(RightRows(store, 0, 5), std::vector<int>(4, 1));
+  SetThreadCount(0);
   EXPECT_EQ(others.size(), 2u);
   EXPECT_EQ(manager->Inspect().fault, "");
 }
