@@ -122,8 +122,10 @@ bool ReplaceLock::Replace(std::string_view bytes) const {
   fs::path fresh = m_target;
   fresh += ".new";
   {
-    // One left by a holder of this lock that was killed is overwritten.
-    FileHandle file = win32::Open(fresh, GENERIC_WRITE, 0, CREATE_ALWAYS,
+    // One may be left by a holder of this lock that was killed. Links cannot be refused
+    // while a file is overwritten.
+    DeleteFileW(fresh.c_str());
+    FileHandle file = win32::Open(fresh, GENERIC_WRITE, 0, CREATE_NEW,
                                   FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT);
     if (!file) return false;
     const bool whole = TakeOver(fresh, m_target) &&

@@ -78,9 +78,9 @@ bool ExchangeFile::Create(const std::filesystem::path& path, std::int64_t bytes)
   if (bytes < 0 || bytes > FileSizeLimit() || IsPathTooLong(path)) return false;
   std::filesystem::path kept(path);
   for (int attempt = 0; attempt < 3; ++attempt) {
-    FileHandle file =
-        win32::Open(path, GENERIC_READ | GENERIC_WRITE | DELETE,
-                    FILE_SHARE_READ | FILE_SHARE_DELETE, CREATE_NEW, FILE_ATTRIBUTE_NORMAL);
+    FileHandle file = win32::Open(path, GENERIC_READ | GENERIC_WRITE | DELETE,
+                                  FILE_SHARE_READ | FILE_SHARE_DELETE, CREATE_NEW,
+                                  FILE_ATTRIBUTE_NORMAL | FILE_FLAG_OPEN_REPARSE_POINT);
     if (!file) {
       if (GetLastError() != ERROR_FILE_EXISTS || !RemoveFormer(path)) return false;
       continue;
@@ -123,17 +123,19 @@ bool ExchangeFile::Read(void* buffer, std::size_t size) {
   return IsOpen() && win32::ReadNext(win32::ToHandle(m_handle), buffer, size) == size;
 }
 
-// Exchanges the writing handle for one that lets a reader keep others from writing.
+// Exchanges the writing handle for one that lets a reader keep others from writing and
+// from deleting. What is not whole keeps the first, to be removed.
 bool ExchangeFile::Finish() {
   if (!IsOpen()) return false;
-  FileHandle writing(win32::ToHandle(std::exchange(m_handle, -1)));
-  FileHandle waiting(CreateFileW(m_path.c_str(), GENERIC_READ | DELETE, win32::kShareAll, nullptr,
+  FileHandle writing(win32::ToHandle(m_handle));
+  FileHandle waiting(CreateFileW(m_path.c_str(), GENERIC_READ, win32::kShareAll, nullptr,
                                  OPEN_EXISTING, FILE_FLAG_OPEN_REPARSE_POINT, nullptr));
-  const bool whole = waiting && FlushFileBuffers(writing.Get()) != 0;
-  const bool injected = win32::Injected(Call::kCloseFile);
-  const bool closed = writing.Close();
+  if (!waiting || FlushFileBuffers(writing.Get()) == 0 || win32::Injected(Call::kCloseFile)) {
+    writing.Take();
+    return false;
+  }
   m_handle = win32::ToNumber(waiting.Take());
-  return whole && closed && !injected;
+  return writing.Close();
 }
 
 void ExchangeFile::Remove() noexcept {

@@ -39,6 +39,13 @@ class View {
     if (m_address != nullptr) UnmapViewOfFile(m_address);
   }
   char* Address() const { return static_cast<char*>(m_address); }
+  // How many bytes from the view's beginning on are there: pages of somebody else's
+  // section may be promised only, and touching those would be a fault.
+  std::int64_t Committed() const {
+    MEMORY_BASIC_INFORMATION info;
+    const bool known = m_address != nullptr && VirtualQuery(m_address, &info, sizeof info) != 0;
+    return known && info.State == MEM_COMMIT ? static_cast<std::int64_t>(info.RegionSize) : 0;
+  }
 
  private:
   void* m_address = nullptr;
@@ -49,12 +56,8 @@ class View {
 bool HasSize(HANDLE section, std::int64_t bytes) {
   const std::int64_t tail = (bytes - 1) / Granularity() * Granularity();
   const View view(section, FILE_MAP_READ, tail, 0);
-  MEMORY_BASIC_INFORMATION info;
-  if (view.Address() == nullptr || VirtualQuery(view.Address(), &info, sizeof info) == 0) {
-    return false;
-  }
   const std::int64_t pages = (bytes - tail + PageSize() - 1) / PageSize();
-  return static_cast<std::int64_t>(info.RegionSize) == pages * PageSize();
+  return view.Committed() == pages * PageSize();
 }
 
 // Calls copy(view, done, size) for piece after piece of a range.
@@ -68,7 +71,7 @@ bool ForEachPiece(HANDLE section, Call call, DWORD access, std::int64_t offset, 
         const std::int64_t skip = from % granularity;
         const std::int64_t piece = std::min<std::int64_t>(most, kPiece);
         const View view(section, access, from - skip, skip + piece);
-        if (view.Address() == nullptr) return false;
+        if (view.Committed() < skip + piece) return false;
         copy(view.Address() + skip, done, static_cast<std::size_t>(piece));
         now = static_cast<DWORD>(piece);
         return true;
