@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -14,6 +15,12 @@ constexpr std::int64_t kBlock = 262144;
 constexpr std::int64_t kMiB = 1 << 20;
 volatile double g_sink;
 
+// Passes of so many steps each for one timing: long enough that what slows the machine
+// for a moment, or what ran before, does not decide it.
+constexpr int PassesOf(std::int64_t steps, std::int64_t wanted) {
+  return static_cast<int>(std::max<std::int64_t>(wanted / steps, 1));
+}
+
 // A file of blocks and as many buffers as a budget has, moved as a manager that kept
 // no books would: what leaves a buffer is written before another block is read there.
 class PlainTransfers {
@@ -21,7 +28,8 @@ class PlainTransfers {
   PlainTransfers(std::int64_t blocks, std::int64_t buffers)
       : m_blocks(blocks),
         m_buffers(buffers),
-        m_memory(static_cast<std::size_t>(buffers * kBlock), 'k') {
+        m_memory(static_cast<std::size_t>(buffers * kBlock), 'k'),
+        m_copies(static_cast<std::size_t>(blocks * kBlock), 'k') {
     m_file.Create(std::filesystem::temp_directory_path());
     m_file.SetSize(blocks * kBlock);
     for (std::int64_t i = 0; i < blocks; ++i) m_file.WriteAt(i * kBlock, Buffer(i), kBlock);
@@ -35,6 +43,16 @@ class PlainTransfers {
     }
   }
 
+  // The same with memory in place of the file: what the copying alone takes, which a
+  // file in the system's cache costs as well.
+  void PassInMemory(bool write) {
+    for (std::int64_t i = 0; i < m_blocks; ++i) {
+      const std::int64_t victim = (i + m_blocks - m_buffers) % m_blocks;
+      if (write) std::memcpy(m_copies.data() + victim * kBlock, Buffer(i), kBlock);
+      std::memcpy(Buffer(i), m_copies.data() + i * kBlock, kBlock);
+    }
+  }
+
  private:
   char* Buffer(std::int64_t i) {
     return m_memory.data() + static_cast<std::size_t>(i % m_buffers * kBlock);
@@ -43,6 +61,7 @@ class PlainTransfers {
   std::int64_t m_blocks;
   std::int64_t m_buffers;
   std::vector<char> m_memory;
+  std::vector<char> m_copies;
   platform::SwapFile m_file;
 };
 
@@ -64,16 +83,22 @@ struct Misses {
   }
 
   static void Add() {
+    constexpr int kPasses = PassesOf(kBlocks, 500);
     for (const bool write : {true, false}) {
       const auto intent = write ? BlockIntent::Write : BlockIntent::Read;
-      bench::Add({.operation = write ? "miss_out_and_in" : "miss_clean_victim",
-                  .type = "image_of_" + std::to_string(4 * kBudgetMiB) + "_MiB",
-                  .contenders = {{"korin", [intent] { Shared<Misses>().Pass(intent); }},
-                                 {write ? "pwrite+pread" : "pread",
-                                  [write] { Shared<Misses>().plain.Pass(write); }}},
-                  .per = static_cast<double>(kBlocks),
-                  .sweep = false,
-                  .serial = true});
+      Contest contest{.operation = write ? "miss_out_and_in" : "miss_clean_victim",
+                      .type = "image_of_" + std::to_string(4 * kBudgetMiB) + "_MiB"};
+      contest.contenders = {
+          {"korin", [intent] { Shared<Misses>().Pass(intent); }, {}, kPasses},
+          {write ? "pwrite+pread" : "pread",
+           [write] { Shared<Misses>().plain.Pass(write); },
+           {},
+           kPasses},
+          {"memcpy", [write] { Shared<Misses>().plain.PassInMemory(write); }, {}, kPasses}};
+      contest.per = static_cast<double>(kBlocks);
+      contest.sweep = false;
+      contest.serial = true;
+      bench::Add(contest);
     }
   }
 
@@ -117,12 +142,14 @@ struct Bookkeeping {
   }
 
   static void Add() {
-    bench::Add({.operation = "paging_bookkeeping",
-                .type = std::to_string(kResident) + (kStride == 1 ? "_records" : "_scattered"),
-                .contenders = {{"korin", [] { Shared<Bookkeeping>().Pass(); }}},
-                .per = static_cast<double>(kBlocks),
-                .sweep = false,
-                .serial = true});
+    bench::Add(
+        {.operation = "paging_bookkeeping",
+         .type = std::to_string(kResident) + (kStride == 1 ? "_records" : "_scattered"),
+         .contenders =
+             {{"korin", [] { Shared<Bookkeeping>().Pass(); }, {}, PassesOf(kBlocks, 100000)}},
+         .per = static_cast<double>(kBlocks),
+         .sweep = false,
+         .serial = true});
   }
 
   std::shared_ptr<CVmManager> manager = Manager();

@@ -64,7 +64,7 @@ GOALS = {
 }
 OURS = ("kernel", "row", "korin")
 # Columns of times that bound ours from below, rather than another program's.
-LIMITS = ("limit", "memset", "memcpy", "kernels", "pwrite+pread", "pread", "pread+kernel",
+LIMITS = ("limit", "memset", "kernels", "pwrite+pread", "pread", "memcpy", "pread+kernel",
           "pread_ring+kernel", "cfitsio")
 PEERS = ("opencv", "vips", "numpy", "imagemagick")
 ROW_TO_KERNEL = 1.3
@@ -265,6 +265,9 @@ def print_table(records):
                     mine[1] / 2 >= BOUND_BY_ARITHMETIC * times["limit"][2]):
                 texts.append(verdict(f"threads >= {THREADS_SCALE}",
                                      mine[1] / mine[2] >= THREADS_SCALE))
+            texts += [f"{mine[threads] / at(times, name, threads):.2f} x {name}"
+                      for name in LIMITS if name in times and name != limit and
+                      not any(name in text for text in texts)]
             if operation.startswith("small_"):
                 texts.append(verdict(f"<= {SMALL_BLOCK} x serial",
                                      mine[2] <= SMALL_BLOCK * mine[1]))
