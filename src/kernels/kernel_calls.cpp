@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <type_traits>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "kernels/parallel.h"
 #include "kernels/pipelines.h"
 #include "kernels/pixel_buffer.h"
+#include "kernels/row_batch.h"
 #include "kernels/row_sums.h"
 #include "kernels/runtime_setup.h"
 
@@ -251,6 +253,16 @@ bool Histogram(const T* pixels, std::int64_t width, std::int64_t lines, std::int
 template <typename T>
 bool Fill(T* pixels, std::int64_t width, std::int64_t lines, std::int64_t stride, T value,
           std::int64_t bandBytes) {
+  if constexpr (sizeof(T) == 1) {
+    // Lines side by side are one stretch of bytes, which the standard library sets
+    // without reading first what it overwrites.
+    if (pixels != nullptr && width > 0 && width == stride && width <= bandBytes) {
+      ParallelRows(0, lines, width, [=](std::int64_t, std::int64_t first, std::int64_t end) {
+        std::memset(pixels + first * width, value, static_cast<std::size_t>((end - first) * width));
+      });
+      return true;
+    }
+  }
   const Bands bands = Bands(width, lines, bandBytes).With(pixels, stride, sizeof(T));
   return bands.ForEach([&](std::int64_t y, std::int32_t count) {
     PixelBuffer output(pixels + y * stride, Narrow(width), count, Narrow(stride));

@@ -1,5 +1,6 @@
 #include "kernels/pipelines.h"
 #include "kernels/store_conversion.h"
+#include "korinimage/threads.h"
 #include "samples.h"
 #include "variant.h"
 
@@ -110,7 +111,8 @@ TEST(Conversions, StaticCast) {
 #undef KORIN_X
 }
 
-// A conversion told of a large plane looks its small samples up: the same bits, also
+// A conversion told of a large plane looks its small samples up, or computes them where
+// that is faster on two threads: the same bits as on one thread without being told, also
 // after another plane of another range or width.
 TEST(Conversions, PreparedEqualsUnprepared) {
   ForEachElement([]<typename S>(std::type_identity<S>) {
@@ -130,13 +132,15 @@ TEST(Conversions, PreparedEqualsUnprepared) {
           const RowConversion plain = make(normalize);
           std::int64_t number = 0;
           for (const auto& [width, lines] :
-               {std::pair(1027, 259), {1027, 259}, {61, 4300}, {61, 2}}) {
+               {std::pair(1027, 519), {1027, 519}, {1027, 259}, {61, 8600}, {61, 2}}) {
             const Plane<S> source(width, lines, 3, Content::kFullRange, 6);
             Plane<D> got(width, lines, 2);
             Plane<D> wanted(width, lines, 2);
+            SetThreadCount(2);
             prepared.PrepareFor({number, width, lines});
             for (const auto& [conversion, plane] :
                  {std::pair(&prepared, &got), {&plain, &wanted}}) {
+              if (conversion == &plain) SetThreadCount(1);
               ASSERT_TRUE((*conversion)({reinterpret_cast<const BYTE*>(source.Data()),
                                          reinterpret_cast<BYTE*>(plane->Data()), width, lines,
                                          source.stride, plane->stride, number}));
@@ -148,6 +152,7 @@ TEST(Conversions, PreparedEqualsUnprepared) {
       });
     }
   });
+  SetThreadCount(0);
 }
 
 // Values worked out by hand.
