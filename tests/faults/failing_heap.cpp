@@ -1,4 +1,4 @@
-#include "failing_heap_posix.h"
+#include "failing_heap.h"
 
 #include <atomic>
 #include <cstdlib>
