@@ -31,7 +31,7 @@ void KeySet::Reserve(std::int64_t end) {
       m_levels.push_back(std::move(made));
     }
     if (words == 1) break;
-    words = (words + kBits - 1) / kBits;
+    words = WordOf(static_cast<std::int64_t>(words) - 1) + 1;
   }
   m_end = end;
 }
