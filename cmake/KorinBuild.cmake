@@ -78,3 +78,18 @@ function(korin_link_rooms target)
   # What links the objects imports nothing from the library's DLL.
   target_compile_definitions(${target} PRIVATE KORINIMAGE_STATIC=1)
 endfunction()
+
+# korin_export_public(LIBRARY): exports what the code marks and nothing of the standard
+# library or of archives linked in, such as the kernels and their runtime.
+function(korin_export_public library)
+  if(WIN32)
+    set_target_properties(${library} PROPERTIES PREFIX "")
+  elseif(NOT APPLE)
+    set(exports ${PROJECT_SOURCE_DIR}/cmake/exports.map)
+    target_link_options(${library} PRIVATE -Wl,--exclude-libs,ALL -Wl,--version-script=${exports})
+    set_target_properties(${library} PROPERTIES LINK_DEPENDS ${exports})
+    if(NOT KORINIMAGE_SANITIZE)
+      target_link_options(${library} PRIVATE -Wl,--no-undefined)
+    endif()
+  endif()
+endfunction()

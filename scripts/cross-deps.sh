@@ -55,7 +55,8 @@ install_cmake() {
   if ! { cmake -S "$source" -B "$deps/build/$target/$name" -G Ninja \
     -DCMAKE_TOOLCHAIN_FILE="$PWD/cmake/toolchains/$target.cmake" \
     -DKORIN_CROSS_DEPS="$deps" -DCMAKE_INSTALL_PREFIX="$deps/$target" \
-    -DCMAKE_INSTALL_LIBDIR=lib -DCMAKE_BUILD_TYPE=Release -DBUILD_SHARED_LIBS=OFF "$@" &&
+    -DCMAKE_INSTALL_LIBDIR=lib -DCMAKE_BUILD_TYPE=Release -DBUILD_SHARED_LIBS=OFF \
+    -DCMAKE_POSITION_INDEPENDENT_CODE=ON "$@" &&
     cmake --build "$deps/build/$target/$name" --target install; } >"$log" 2>&1; then
     tail -n 40 "$log" >&2
     echo "building $name for $target failed, see $log" >&2

@@ -1,6 +1,7 @@
 """Compares what a shared library exports with what its public headers declare.
 
-exports.py OBJDUMP LIBRARY HEADER-FOLDER
+exports.py OBJDUMP LIBRARY HEADER-FOLDER NAME...
+    NAME: a class or function that must be among them
 """
 
 import pathlib
@@ -14,8 +15,8 @@ def declared_names(folder):
     names = set()
     for header in pathlib.Path(folder).glob("*.h"):
         text = re.sub(r"//[^\n]*", "", header.read_text(encoding="utf-8"))
-        names.update(re.findall(r"\b(?:class|struct)\s+KORINIMAGE_API\s+(\w+)", text))
-        names.update(re.findall(r"\bKORINIMAGE_API\s+(?!class|struct)[^;{(]*?(\w+)\s*\(", text))
+        names.update(re.findall(r"\b(?:class|struct)\s+KORINIMAGE_(?:IO_)?API\s+(\w+)", text))
+        names.update(re.findall(r"\bKORINIMAGE_(?:IO_)?API\s+(?!class|struct)[^;{(]*?(\w+)\s*\(", text))
     return names
 
 
@@ -57,7 +58,7 @@ def owner(symbol):
 
 
 def main():
-    objdump, library, folder = sys.argv[1:]
+    objdump, library, folder, *wanted = sys.argv[1:]
     names = declared_names(folder)
     symbols = exported_symbols(objdump, library)
     foreign = [symbol for symbol in symbols if owner(symbol) not in names]
@@ -65,8 +66,7 @@ def main():
         print("exported, but no part of the public headers:", symbol)
     exported = {owner(symbol) for symbol in symbols}
     # Classes without members of their own code have nothing to export on ELF.
-    missing = [name for name in ("CImage", "CHeader", "CVmManager", "CSharedMem", "Version")
-               if name not in exported]
+    missing = [name for name in wanted if name not in exported]
     for name in missing:
         print("not exported:", name)
     print(f"{len(symbols)} symbols of {len(exported)} classes and functions")
