@@ -30,10 +30,8 @@ class SwapFile {
   // means failure (see Error).
   std::size_t ReadAt(std::int64_t offset, void* buffer, std::size_t size);
   std::size_t WriteAt(std::int64_t offset, const void* buffer, std::size_t size);
-  // ReadAt for any thread, beside any other call; says nothing to Error. Where the system
-  // has no such call (ReadsBeside) nothing moves.
+  // ReadAt for any thread, beside any other call; says nothing to Error.
   std::size_t ReadBeside(std::int64_t offset, void* buffer, std::size_t size) const;
-  static bool ReadsBeside();
 
   // Makes the file end at `size`. Growing reserves the space where the file
   // system can, so that later writes do not find the disk full; on failure the
@@ -52,6 +50,7 @@ class SwapFile {
   bool Usable(std::int64_t offset = 0, std::int64_t size = 0);
 
   std::intptr_t m_handle = -1;
+  std::intptr_t m_beside = -1;  // for ReadBeside, where one handle has one position
   std::filesystem::path m_path;
   std::int64_t m_owner = 0;  // process that created the file
   int m_error = 0;           // the system's number of the last failure

@@ -69,7 +69,7 @@ bool CVmWin32VirtualMemory::Reserve(std::int64_t offset, std::int64_t size) {
   return m_file.Reserve(offset, size);
 }
 
-bool CVmWin32VirtualMemory::ReadsBeside() const { return korin::platform::SwapFile::ReadsBeside(); }
+bool CVmWin32VirtualMemory::ReadsBeside() const { return true; }
 
 bool CVmWin32VirtualMemory::ReadBeside(std::int64_t offset, void* buffer, std::int64_t size) const {
   return offset >= 0 && size >= 0 &&

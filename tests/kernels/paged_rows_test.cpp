@@ -11,8 +11,6 @@
 namespace korin::test {
 namespace {
 
-constexpr const char* kOneCallAtATime = "files of this system take one call at a time";
-
 // A swap file whose reads beside the manager a test can watch or do without.
 class WatchedSwap : public CVmWin32VirtualMemory {
  public:
@@ -23,9 +21,7 @@ class WatchedSwap : public CVmWin32VirtualMemory {
   };
   WatchedSwap(const std::filesystem::path& folder, Watch& watch)
       : CVmWin32VirtualMemory(folder), m_watch(watch) {}
-  bool ReadsBeside() const override {
-    return m_watch.possible && CVmWin32VirtualMemory::ReadsBeside();
-  }
+  bool ReadsBeside() const override { return m_watch.possible; }
   bool ReadBeside(std::int64_t offset, void* buffer, std::int64_t size) const override {
     if (m_watch.reads++ > 0 || !m_watch.onFirst) {
       return CVmWin32VirtualMemory::ReadBeside(offset, buffer, size);
@@ -82,7 +78,7 @@ class PagedRowsTest : public VmTest {
 };
 
 TEST_F(PagedRowsTest, ReadWhatIsInTheSwapFileWithoutBringingItIn) {
-  for (const bool possible : {platform::SwapFile::ReadsBeside(), false}) {
+  for (const bool possible : {true, false}) {
     for (const std::int64_t capacity : {1, 3, 9, 30}) {
       for (const auto policy : {Policy::Blocks, Policy::Planes}) {
         m_watch.possible = possible;
@@ -108,7 +104,6 @@ TEST_F(PagedRowsTest, ReadWhatIsInTheSwapFileWithoutBringingItIn) {
 
 // While a block is read, it is brought in and its place in the file given to others.
 TEST_F(PagedRowsTest, TakeAgainWhatChangedItsPlaceMeanwhile) {
-  if (!platform::SwapFile::ReadsBeside()) GTEST_SKIP() << kOneCallAtATime;
   const auto manager = Make(2, 4);
   CVmImage store(manager, 8, kBlock, 4, 1, nullptr);
   ASSERT_TRUE(FillPattern(store, 5));
@@ -130,7 +125,6 @@ TEST_F(PagedRowsTest, TakeAgainWhatChangedItsPlaceMeanwhile) {
 
 // A file that cannot be read is an error of the calling thread; one bad call is not.
 TEST_F(PagedRowsTest, ReadErrorsReachTheCaller) {
-  if (!platform::SwapFile::ReadsBeside()) GTEST_SKIP() << kOneCallAtATime;
   const auto manager = Make(2);
   CVmImage store(manager, 8, kBlock, 9, 1, nullptr);
   ASSERT_TRUE(FillPattern(store, 5));

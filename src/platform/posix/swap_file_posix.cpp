@@ -80,8 +80,6 @@ std::size_t SwapFile::ReadAt(std::int64_t offset, void* buffer, std::size_t size
   return moved;
 }
 
-bool SwapFile::ReadsBeside() { return true; }
-
 std::size_t SwapFile::ReadBeside(std::int64_t offset, void* buffer, std::size_t size) const {
   if (m_handle == -1 || m_owner != ProcessId()) return 0;
   return posix::Transfer(Call::kReadFile, size, [&](std::size_t done, std::size_t n) {

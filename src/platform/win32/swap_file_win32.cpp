@@ -1,6 +1,7 @@
 #include "platform/swap_file.h"
 
 #include <system_error>
+#include <utility>
 
 #include "platform/process.h"
 #include "platform/text.h"
@@ -31,6 +32,9 @@ bool SwapFile::Create(const std::filesystem::path& folder) {
                     FILE_FLAG_RANDOM_ACCESS | FILE_FLAG_DELETE_ON_CLOSE | FILE_ATTRIBUTE_NORMAL);
     if (file) {
       m_path = name;
+      win32::FileHandle beside =
+          win32::Open(name, GENERIC_READ, win32::kShareAll, OPEN_EXISTING, FILE_FLAG_RANDOM_ACCESS);
+      if (beside) m_beside = win32::ToNumber(beside.Take());
       m_handle = win32::ToNumber(file.Take());
       m_owner = ProcessId();
       m_error = 0;
@@ -47,8 +51,8 @@ bool SwapFile::Create(const std::filesystem::path& folder) {
 void SwapFile::Close() noexcept {
   if (m_handle == -1) return;
   static_cast<void>(AskFault(Call::kCloseFile));  // closing cannot usefully fail
-  CloseHandle(win32::ToHandle(m_handle));
-  m_handle = -1;
+  const win32::FileHandle beside(win32::ToHandle(std::exchange(m_beside, -1)));
+  const win32::FileHandle file(win32::ToHandle(std::exchange(m_handle, -1)));
 }
 
 bool SwapFile::Usable(std::int64_t, std::int64_t) {
@@ -65,9 +69,18 @@ std::size_t SwapFile::ReadAt(std::int64_t offset, void* buffer, std::size_t size
   return moved;
 }
 
-// Every transfer moves the one position of the file.
-bool SwapFile::ReadsBeside() { return false; }
-std::size_t SwapFile::ReadBeside(std::int64_t, void*, std::size_t) const { return 0; }
+// Says with each piece where it lies: whose position it moves does not matter then.
+std::size_t SwapFile::ReadBeside(std::int64_t offset, void* buffer, std::size_t size) const {
+  if (m_beside == -1 || m_owner != ProcessId()) return 0;
+  return win32::Transfer(Call::kReadFile, size, [&](std::size_t done, DWORD piece, DWORD& now) {
+    const std::uint64_t from = static_cast<std::uint64_t>(offset) + done;
+    OVERLAPPED place{};
+    place.Offset = static_cast<DWORD>(from & 0xFFFFFFFF);
+    place.OffsetHigh = static_cast<DWORD>(from >> 32);
+    return ReadFile(win32::ToHandle(m_beside), static_cast<char*>(buffer) + done, piece, &now,
+                    &place) != 0;
+  });
+}
 
 std::size_t SwapFile::WriteAt(std::int64_t offset, const void* buffer, std::size_t size) {
   if (!Usable()) return 0;
