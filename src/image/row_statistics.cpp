@@ -82,7 +82,9 @@ struct Wanted {
 template <typename T>
 PlaneSums MeasurePlane(const PixelView& view, std::int64_t plane, Wanted wanted) {
   const auto rows = static_cast<std::size_t>(std::max<std::int64_t>(view.height, 0));
-  std::vector<PlaneSums> parts(rows);
+  std::vector<PlaneSums> parts;
+  if (rows > parts.max_size()) throw CKorinImageBadAllocException("no memory for a sum per row");
+  parts.resize(rows);
   const std::int64_t stride = view.StrideElements();
   // One visit of a stretch serves all that is wanted, while it is in the cache.
   ForEachStretch<T>(view, plane, [&](const T* first, std::int64_t y, std::int64_t lines) {

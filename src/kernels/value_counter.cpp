@@ -38,17 +38,23 @@ void CountWords(const BYTE* from, std::int64_t bytes, std::uint32_t* cells) {
   constexpr std::uint64_t kInEveryWord = 0x0001000100010001;
   for (const BYTE* const end = from + bytes; from < end; from += kCacheLine) {
     FetchAhead(from);
-    // A flat area is added at once: one increment would wait for the other.
-    const auto first = Read<std::uint16_t>(from);
-    std::uint64_t differ = 0;
-    for (std::int64_t i = 0; i < kCacheLine; i += 8) {
-      differ |= Read<std::uint64_t>(from + i) ^ first * kInEveryWord;
+    const auto first = Read<std::uint64_t>(from);
+    if (first == (first & 0xFFFF) * kInEveryWord) {
+      // A flat area is added at once: one increment would wait for the other.
+      std::uint64_t differ = 0;
+      for (std::int64_t i = 0; i < kCacheLine; i += 8) {
+        differ |= Read<std::uint64_t>(from + i) ^ first;
+      }
+      if (differ == 0) {
+        cells[first & 0xFFFF] += kCacheLine / 2;
+        continue;
+      }
     }
-    if (differ == 0) {
-      cells[first] += kCacheLine / 2;
-      continue;
+    // In pairs, as many as the compiler lays out without a loop.
+    for (std::int64_t i = 0; i < kCacheLine; i += 4) {
+      ++cells[Read<std::uint16_t>(from + i)];
+      ++cells[Read<std::uint16_t>(from + i + 2)];
     }
-    for (std::int64_t i = 0; i < kCacheLine; i += 2) ++cells[Read<std::uint16_t>(from + i)];
   }
 }
 
