@@ -33,3 +33,6 @@ korin_build() {
   cmake --preset "$preset" "${launcher[@]}" >/dev/null
   cmake --build --preset "$preset" "$@"
 }
+
+# Tests at a time: some wait for clocks and processes, so more than processors.
+test_jobs() { echo $((2 * $(nproc))); }

@@ -17,12 +17,12 @@ for preset in "${presets[@]}"; do
       # Only what locks and what is locked: this build is slow, and it cannot look
       # into the pipelines.
       korin_build tsan --target vm_tests image_tests progress_tests settings_tests
-      ctest --test-dir build/tsan --output-on-failure -j "$(nproc)" --no-tests=error \
+      ctest --test-dir build/tsan --output-on-failure -j "$(test_jobs)" --no-tests=error \
         -R '^(vm|image|progress|settings)_tests\.'
       ;;
     *)
       korin_build "$preset"
-      ctest --test-dir "build/$preset" --output-on-failure -j "$(nproc)" --no-tests=error
+      ctest --test-dir "build/$preset" --output-on-failure -j "$(test_jobs)" --no-tests=error
       ;;
   esac
 done

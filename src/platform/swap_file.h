@@ -50,7 +50,8 @@ class SwapFile {
   bool Usable(std::int64_t offset = 0, std::int64_t size = 0);
 
   std::intptr_t m_handle = -1;
-  std::intptr_t m_beside = -1;  // for ReadBeside, where one handle has one position
+  // For ReadBeside, where one handle has one position.
+  [[maybe_unused]] std::intptr_t m_beside = -1;
   std::filesystem::path m_path;
   std::int64_t m_owner = 0;  // process that created the file
   int m_error = 0;           // the system's number of the last failure
